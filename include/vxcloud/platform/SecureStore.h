@@ -1,0 +1,71 @@
+#pragma once
+// Protected storage for item identities and secrets (OAuth tokens): the Secret Service
+// through libsecret when a keyring answers, otherwise an owner-only (0600) file under
+// $XDG_DATA_HOME/vxcloud written atomically. Secrets never reach logs or error texts.
+#include <cstddef>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace vxcloud {
+
+// Identity of an item: class ("internet-password", "oauth-token", ...), integer type
+// (the service's raw value), account name, and a service-specific key.
+struct SecureItemKey {
+    std::string itemClass;
+    int type = 0;
+    std::string account;
+    std::string service;  // may be empty
+
+    friend bool operator==(const SecureItemKey&, const SecureItemKey&) = default;
+    friend auto operator<=>(const SecureItemKey&, const SecureItemKey&) = default;
+};
+
+struct SecureItem {
+    SecureItemKey key;
+    std::optional<std::string> data;  // the secret, when the item has one
+};
+
+// Statuses mirror the keychain's: success 0, duplicate item -25299, item not found -25300.
+enum class SecureStatus : int {
+    success = 0,
+    duplicateItem = -25299,
+    itemNotFound = -25300,
+    failure = -1,
+};
+
+struct SecureQuery {
+    std::string itemClass;
+    std::optional<int> type;
+    std::optional<std::string> account;
+    std::optional<std::string> service;
+    std::size_t limit = 0;  // 0 = all
+};
+
+class SecureStore {
+public:
+    virtual ~SecureStore();
+
+    // The store the component uses: libsecret when a keyring answers, else the file.
+    static std::shared_ptr<SecureStore> shared();
+    // Hosts and tests may replace it (e.g. a file store in a temporary folder).
+    static void setShared(std::shared_ptr<SecureStore> store);
+    static std::shared_ptr<SecureStore> openFile(std::string path);
+    // Null when no Secret Service keyring answers.
+    static std::shared_ptr<SecureStore> openSecretService();
+    static std::string defaultFilePath();
+
+    // Adds a new item; duplicateItem when one with the same key exists (left untouched).
+    virtual SecureStatus add(const SecureItem& item) = 0;
+    // Adds or replaces the item's data.
+    virtual SecureStatus put(const SecureItem& item) = 0;
+    virtual std::vector<SecureItem> find(const SecureQuery& query) const = 0;
+    virtual SecureStatus remove(const SecureItemKey& key) = 0;
+
+    // Convenience for one secret by key.
+    std::optional<std::string> secret(const SecureItemKey& key) const;
+};
+
+}  // namespace vxcloud
