@@ -40,6 +40,10 @@ protected:
 
     struct State;
     std::shared_ptr<State> state_;
+
+private:
+    // The queue (its State) sets the flags of synchronous operations around start().
+    friend class OperationQueue;
 };
 
 // An operation that runs a function (synchronous).
