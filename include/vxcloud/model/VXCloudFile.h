@@ -1,0 +1,59 @@
+#pragma once
+// The record of a document, folder, notebook or section on any service, passed between
+// the engine, the sessions and the screens.
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "vxcloud/platform/ByteBuffer.h"
+#include "vxcloud/platform/Json.h"
+
+namespace vxcloud {
+
+class VXCloudFile {
+public:
+    // Keys of the upload-folder info dictionary (an account's uploadFolderInfo).
+    static constexpr const char* kUploadFolderIdKey = "uploadFolderId";
+    static constexpr const char* kUploadFolderNameKey = "uploadFolderName";
+    static constexpr const char* kUploadFolderPathKey = "uploadFolderPath";
+
+    // Every optional field starts empty.
+    VXCloudFile(std::string name, bool isFolder, bool isRootFolder);
+    VXCloudFile() = delete;
+    virtual ~VXCloudFile();
+
+    // The upload folder named by an upload-folder info dictionary: nothing when it is
+    // absent or any of its three keys is missing or not a string.
+    static std::shared_ptr<VXCloudFile> initWithUploadFolderInfo(const JsonBox& uploadFolderInfo);
+
+    // "documentId" of fileUploadStatus when it is a string, else name.
+    std::string getNameFromUploadStatus() const;
+    // "version" of fileUploadStatus when it is a string.
+    std::optional<std::string> getVersionFromUploadStatus() const;
+
+    std::string name;
+    bool isFolder;
+    bool isRootFolder;
+    std::optional<std::string> id;
+    std::optional<std::string> path;
+    std::optional<std::string> mimeType;
+    std::optional<bool> needsUpdate;
+    std::optional<bool> needsRenameUpdate;
+    std::optional<std::string> error;  // the error code's string form of the last failure
+    std::optional<std::string> status;
+    std::optional<std::string> version;       // remote content fingerprint
+    std::optional<std::string> localVersion;  // local content fingerprint
+    std::optional<std::vector<std::string>> parentIds;
+    std::optional<std::string> parentPath;
+    std::optional<ByteBuffer> fileData;
+    JsonBox fileUploadStatus;  // this document's upload status record for one account
+    std::shared_ptr<VXCloudFile> uploadFolder;
+    JsonBox fileIdentifier;  // the host's own handle, passed through untouched
+    std::optional<bool> isOneNoteNotebook;
+};
+
+// The shared builder behind VXCloudFile::initWithUploadFolderInfo.
+std::shared_ptr<VXCloudFile> initUploadFolderFromDictionary(const JsonBox& dictionary);
+
+}  // namespace vxcloud

@@ -1,0 +1,132 @@
+#include "vxcloud/model/VXCloudFileHasher.h"
+
+#include <openssl/evp.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <memory>
+#include <string>
+
+namespace vxcloud {
+namespace {
+
+using Digest = std::array<std::uint8_t, EVP_MAX_MD_SIZE>;
+
+struct ContextDeleter {
+    void operator()(EVP_MD_CTX* context) const noexcept { EVP_MD_CTX_free(context); }
+};
+using Context = std::unique_ptr<EVP_MD_CTX, ContextDeleter>;
+
+// Lets the kernel take back the pages of a mapped document that were just hashed: they
+// are clean file pages, read again on demand, and keeping them would make hashing a
+// large file cost its whole size in resident memory. Only whole pages inside the range
+// are released.
+void releaseHashedPages(const ByteBuffer& buffer, std::size_t offset, std::size_t length) {
+    if (!buffer.isMapped() || length == 0) return;
+    static const auto pageSize = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
+    const auto start = reinterpret_cast<std::uintptr_t>(buffer.data() + offset);
+    const auto end = start + length;
+    const std::uintptr_t first = (start + pageSize - 1) / pageSize * pageSize;
+    const std::uintptr_t last = end / pageSize * pageSize;
+    if (last > first) madvise(reinterpret_cast<void*>(first), last - first, MADV_DONTNEED);
+}
+
+// Feeds the buffer to `update` in blocks of `blockSize` bytes (the last may be shorter;
+// an empty buffer gives no block). False as soon as `update` fails.
+template <typename Update>
+bool forEachBlock(const ByteBuffer& buffer, std::size_t blockSize, Update&& update) {
+    for (std::size_t offset = 0; offset < buffer.size(); offset += blockSize) {
+        const std::size_t length = std::min(blockSize, buffer.size() - offset);
+        if (!update(buffer.data() + offset, length)) return false;
+        releaseHashedPages(buffer, offset, length);
+    }
+    return true;
+}
+
+// One digest over all bytes; the digest's size, or 0 when the digest routines fail.
+unsigned digestOf(const EVP_MD* md, const ByteBuffer& data, Digest& out) {
+    Context context(EVP_MD_CTX_new());
+    if (!context || EVP_DigestInit_ex(context.get(), md, nullptr) != 1) return 0;
+    const bool fed = forEachBlock(data, VXCloudFileHasher::DROPBOX_BLOCK_SIZE,
+                                  [&](const std::uint8_t* bytes, std::size_t length) {
+                                      return EVP_DigestUpdate(context.get(), bytes, length) == 1;
+                                  });
+    unsigned size = 0;
+    if (!fed || EVP_DigestFinal_ex(context.get(), out.data(), &size) != 1) return 0;
+    return size;
+}
+
+std::optional<std::string> hexDigestOf(const EVP_MD* md, const ByteBuffer& data) {
+    Digest digest{};
+    const unsigned size = digestOf(md, data, digest);
+    if (size == 0) return std::nullopt;
+    return VXCloudFileHasher::hexString({digest.data(), size});
+}
+
+}  // namespace
+
+std::string VXCloudFileHasher::hexString(std::span<const std::uint8_t> bytes) {
+    static constexpr char kHex[] = "0123456789abcdef";
+    std::string text;
+    text.reserve(bytes.size() * 2);
+    for (std::uint8_t byte : bytes) {
+        text += kHex[byte >> 4];
+        text += kHex[byte & 0x0F];
+    }
+    return text;
+}
+
+std::optional<std::string> VXCloudFileHasher::hash(const ByteBuffer& fileData,
+                                                   VXCloudService cloudService) {
+    switch (cloudService) {
+        case VXCloudService::googleDrive:
+        case VXCloudService::evernote: return hexDigestOf(EVP_md5(), fileData);
+        case VXCloudService::dropbox: return dropboxHash(fileData);
+        case VXCloudService::oneDrive:
+        case VXCloudService::oneNote:
+        case VXCloudService::box: return hexDigestOf(EVP_sha1(), fileData);
+        case VXCloudService::webDAV: return std::string();
+    }
+    return std::nullopt;
+}
+
+std::string VXCloudFileHasher::md5Hash(const ByteBuffer& fileData) {
+    return hexDigestOf(EVP_md5(), fileData).value_or(std::string());
+}
+
+std::string VXCloudFileHasher::sha1Hash(const ByteBuffer& fileData) {
+    return hexDigestOf(EVP_sha1(), fileData).value_or(std::string());
+}
+
+std::optional<std::string> VXCloudFileHasher::dropboxHash(const ByteBuffer& fileData) {
+    // Hashed straight from the buffer's own bytes, one block at a time: only the 32-byte
+    // block digests are kept, never a second copy of the content.
+    const EVP_MD* sha256 = EVP_sha256();
+    Context block(EVP_MD_CTX_new());
+    Context overall(EVP_MD_CTX_new());
+    if (!block || !overall || EVP_DigestInit_ex(overall.get(), sha256, nullptr) != 1)
+        return std::nullopt;
+    const bool fed = forEachBlock(
+        fileData, DROPBOX_BLOCK_SIZE, [&](const std::uint8_t* bytes, std::size_t length) {
+            std::array<std::uint8_t, 32> digest{};
+            unsigned size = 0;
+            return EVP_DigestInit_ex(block.get(), sha256, nullptr) == 1 &&
+                   EVP_DigestUpdate(block.get(), bytes, length) == 1 &&
+                   EVP_DigestFinal_ex(block.get(), digest.data(), &size) == 1 &&
+                   EVP_DigestUpdate(overall.get(), digest.data(), size) == 1;
+        });
+    Digest result{};
+    unsigned size = 0;
+    if (!fed || EVP_DigestFinal_ex(overall.get(), result.data(), &size) != 1) return std::nullopt;
+    return hexString({result.data(), size});
+}
+
+ByteBuffer VXCloudFileHasher::sha256(const ByteBuffer& data) {
+    Digest digest{};
+    const unsigned size = digestOf(EVP_sha256(), data, digest);
+    return ByteBuffer::copyOf(std::span<const std::uint8_t>(digest.data(), size));
+}
+
+}  // namespace vxcloud

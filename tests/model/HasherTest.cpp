@@ -1,0 +1,115 @@
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <random>
+
+#include "vxcloud/model/VXCloudFileHasher.h"
+
+namespace vxcloud {
+namespace {
+
+constexpr std::size_t kBlock = VXCloudFileHasher::DROPBOX_BLOCK_SIZE;
+
+ByteBuffer zeros(std::size_t size) { return ByteBuffer::adopt(std::vector<std::uint8_t>(size)); }
+
+std::vector<std::uint8_t> randomBytes(std::size_t size) {
+    std::mt19937 random(1234);
+    std::vector<std::uint8_t> bytes(size);
+    for (auto& byte : bytes) byte = static_cast<std::uint8_t>(random());
+    return bytes;
+}
+
+// Dropbox's content hash written out the long way, to compare against.
+std::string referenceDropboxHash(const ByteBuffer& data) {
+    std::string digests;
+    for (std::size_t offset = 0; offset < data.size(); offset += kBlock) {
+        const auto block = data.slice(offset, std::min(kBlock, data.size() - offset));
+        digests += VXCloudFileHasher::sha256(block).toString();
+    }
+    const auto digest = VXCloudFileHasher::sha256(ByteBuffer::copyOf(digests));
+    return VXCloudFileHasher::hexString(digest.span());
+}
+
+TEST(FileHasher, KnownDigests) {
+    const ByteBuffer empty;
+    EXPECT_EQ(VXCloudFileHasher::md5Hash(empty), "d41d8cd98f00b204e9800998ecf8427e");
+    EXPECT_EQ(VXCloudFileHasher::sha1Hash(empty), "da39a3ee5e6b4b0d3255bfef95601890afd80709");
+    EXPECT_EQ(VXCloudFileHasher::dropboxHash(empty),
+              "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
+
+    const auto abc = ByteBuffer::copyOf(std::string_view("abc"));
+    EXPECT_EQ(VXCloudFileHasher::md5Hash(abc), "900150983cd24fb0d6963f7d28e17f72");
+    EXPECT_EQ(VXCloudFileHasher::sha1Hash(abc), "a9993e364706816aba3e25717850c26c9cd0d89d");
+    const ByteBuffer sha = VXCloudFileHasher::sha256(abc);
+    ASSERT_EQ(sha.size(), 32u);
+    EXPECT_EQ(VXCloudFileHasher::hexString(sha.span()),
+              "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
+
+    EXPECT_EQ(VXCloudFileHasher::dropboxHash(ByteBuffer::copyOf(std::string_view("hello world"))),
+              "bc62d4b80d9e36da29c16c5d4d9f11731f36052c72401a76c23c0fb5a9b74423");
+    const std::uint8_t bytes[] = {0x0A, 0xFF, 0x00};
+    EXPECT_EQ(VXCloudFileHasher::hexString(bytes), "0aff00");
+}
+
+TEST(FileHasher, DropboxBlockBoundaries) {
+    // Exactly one block: the hash of that block's digest alone.
+    EXPECT_EQ(VXCloudFileHasher::dropboxHash(zeros(kBlock)),
+              "c7e946d101855255d919ef0c70718633adf77d3dfb3adeeecf5d0cb4e951be58");
+    // One byte more: a second block over the single last byte.
+    EXPECT_EQ(VXCloudFileHasher::dropboxHash(zeros(kBlock + 1)),
+              "14a4d47f23a30177885d9820122f17d2d3a55fe63f7f5c27b95f689e0b2accd6");
+    const auto data = ByteBuffer::adopt(randomBytes(2 * kBlock + 12345));
+    EXPECT_EQ(VXCloudFileHasher::dropboxHash(data), referenceDropboxHash(data));
+}
+
+TEST(FileHasher, PerServiceChoice) {
+    const auto data = ByteBuffer::copyOf(std::string_view("%PDF-1.4 scan"));
+    const std::string md5 = VXCloudFileHasher::md5Hash(data);
+    const std::string sha1 = VXCloudFileHasher::sha1Hash(data);
+    EXPECT_EQ(VXCloudFileHasher::hash(data, VXCloudService::googleDrive), md5);
+    EXPECT_EQ(VXCloudFileHasher::hash(data, VXCloudService::evernote), md5);
+    EXPECT_EQ(VXCloudFileHasher::hash(data, VXCloudService::dropbox), VXCloudFileHasher::dropboxHash(data));
+    EXPECT_EQ(VXCloudFileHasher::hash(data, VXCloudService::oneDrive), sha1);
+    EXPECT_EQ(VXCloudFileHasher::hash(data, VXCloudService::oneNote), sha1);
+    EXPECT_EQ(VXCloudFileHasher::hash(data, VXCloudService::box), sha1);
+    // WebDAV: the empty string, not "no value".
+    EXPECT_EQ(VXCloudFileHasher::hash(data, VXCloudService::webDAV), std::optional<std::string>(""));
+    EXPECT_EQ(md5.size(), 32u);
+    EXPECT_EQ(sha1.size(), 40u);
+    EXPECT_EQ(VXCloudFileHasher::dropboxHash(data)->size(), 64u);
+}
+
+TEST(FileHasher, MappedFileHashesLikeMemoryAndStaysReadable) {
+    const auto bytes = randomBytes(2 * kBlock + 777);
+    char pattern[] = "/tmp/vxcloud-hasher-XXXXXX";
+    const int fd = mkstemp(pattern);
+    ASSERT_GE(fd, 0);
+    close(fd);
+    const std::string path = pattern;
+    {
+        std::ofstream out(path, std::ios::binary);
+        out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    }
+    const auto memory = ByteBuffer::copyOf(std::span<const std::uint8_t>(bytes));
+    {
+        auto mapped = ByteBuffer::mapFile(path);
+        ASSERT_TRUE(mapped);
+        EXPECT_EQ(VXCloudFileHasher::dropboxHash(*mapped), VXCloudFileHasher::dropboxHash(memory));
+        EXPECT_EQ(VXCloudFileHasher::md5Hash(*mapped), VXCloudFileHasher::md5Hash(memory));
+        EXPECT_EQ(VXCloudFileHasher::sha1Hash(*mapped), VXCloudFileHasher::sha1Hash(memory));
+        // A slice that starts and ends inside pages.
+        const auto slice = mapped->slice(4097, kBlock + 3);
+        EXPECT_EQ(VXCloudFileHasher::dropboxHash(slice),
+                  VXCloudFileHasher::dropboxHash(memory.slice(4097, kBlock + 3)));
+        // Hashing lets go of pages only; the content is still all there afterwards.
+        EXPECT_TRUE(*mapped == memory);
+    }
+    std::filesystem::remove(path);
+}
+
+}  // namespace
+}  // namespace vxcloud
