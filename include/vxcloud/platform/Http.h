@@ -57,8 +57,10 @@ struct HttpRequest {
     std::chrono::milliseconds idleTimeout{60000};
     // Bytes sent so far and the total, while the body goes out.
     std::function<void(std::int64_t sent, std::int64_t total)> onUploadProgress;
-    // When set, the answer's body is streamed here instead of being collected;
-    // returning false aborts the transfer.
+    // When set, a successful (2xx) answer's body is streamed here instead of being
+    // collected; returning false aborts the transfer. Other answers are collected in
+    // `body` so the caller can read the error. Once bytes have gone here the request
+    // is not repeated, whatever the retry policy says.
     std::function<bool(const char* data, std::size_t size)> onBodyChunk;
 };
 
@@ -75,6 +77,15 @@ struct HttpResponse {
 
 // Exponential backoff with full jitter, honouring Retry-After, for 429, 5xx and
 // dropped connections. A provider client configures one per route family.
+//
+// What is repeated: a failed connect (the request never left), a status listed in
+// retryStatuses, and a lost connection or timeout when the matching flag is on. A
+// request that is not idempotent is repeated only when the server provably did not
+// act on it: the connection could not be made, or a 429/503 came with Retry-After
+// (the server refused it up front and said when to return). A lost connection, a
+// timeout or a bare 5xx may come after the server did the work, so such a request
+// is handed back and the caller checks before sending it again. A Retry-After longer
+// than maxRetryAfter is not waited for: the answer is returned at once.
 struct RetryPolicy {
     int maxAttempts = 1;  // 1 = no retry
     std::chrono::milliseconds baseDelay{500};
