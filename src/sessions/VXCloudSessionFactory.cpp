@@ -1,0 +1,77 @@
+// Which session class serves which service. Each service's session is added here, in its
+// case, once it exists; until then that service makes no session, and the engine files an
+// "authentication" record for its accounts.
+#include "vxcloud/engine/VXCloudSessionFactory.h"
+
+#include <exception>
+#include <mutex>
+#include <utility>
+
+#include "model/VXCloudSessionFactory.h"
+#include "vxcloud/model/VXCloudAccount.h"
+#include "vxcloud/platform/Log.h"
+#include "vxcloud/sessions/VXCloudWebDAVSession.h"
+
+namespace vxcloud {
+namespace {
+
+std::shared_ptr<VXCloudSession> builtInSession(const std::shared_ptr<VXCloudAccount>& account) {
+    switch (account->cloudService) {
+        case VXCloudService::googleDrive: return nullptr;
+        case VXCloudService::dropbox: return nullptr;
+        case VXCloudService::oneDrive: return nullptr;
+        case VXCloudService::oneNote: return nullptr;
+        case VXCloudService::box: return nullptr;
+        case VXCloudService::evernote: return nullptr;
+        case VXCloudService::webDAV: return VXCloudWebDAVSession::initWithCloudAccount(account);
+    }
+    return nullptr;
+}
+
+struct Override {
+    std::mutex mutex;
+    std::shared_ptr<const CloudSessionFactory> factory;
+};
+
+Override& overrideSlot() {
+    static Override* const instance = new Override();  // used until the very end
+    return *instance;
+}
+
+std::shared_ptr<const CloudSessionFactory> currentOverride() {
+    auto& o = overrideSlot();
+    std::lock_guard lock(o.mutex);
+    return o.factory;
+}
+
+// Installed when this file is linked in (anything that can make sessions links it).
+[[maybe_unused]] const bool kInstalled = (installCloudSessionFactory(), true);
+
+}  // namespace
+
+std::shared_ptr<VXCloudSession> initCloudSession(const std::shared_ptr<VXCloudAccount>& account) {
+    if (!account) return nullptr;
+    try {
+        if (auto factory = currentOverride()) return (*factory)(account);
+        return builtInSession(account);
+    } catch (const std::exception& e) {
+        log::error("sessions", std::string("making a session failed: ") + e.what());
+    } catch (...) {
+        log::error("sessions", "making a session failed");
+    }
+    return nullptr;
+}
+
+void setCloudSessionFactoryOverride(CloudSessionFactory factory) {
+    auto next = factory ? std::make_shared<const CloudSessionFactory>(std::move(factory)) : nullptr;
+    auto& o = overrideSlot();
+    std::lock_guard lock(o.mutex);
+    o.factory.swap(next);
+    // The old factory is released outside the lock (`next` now holds it).
+}
+
+void installCloudSessionFactory() noexcept {
+    setSessionFactory(&initCloudSession);
+}
+
+}  // namespace vxcloud
