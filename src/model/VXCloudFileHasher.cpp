@@ -33,14 +33,30 @@ void releaseHashedPages(const ByteBuffer& buffer, std::size_t offset, std::size_
     if (last > first) madvise(reinterpret_cast<void*>(first), last - first, MADV_DONTNEED);
 }
 
-// Feeds the buffer to `update` in blocks of `blockSize` bytes (the last may be shorter;
-// an empty buffer gives no block). False as soon as `update` fails.
+// Feeds bytes [offset, offset + length) of the buffer to `update`. A mapped buffer is fed
+// in pieces whose pages are released right after, so that at most one piece is resident
+// on the hasher's account. False as soon as `update` fails.
 template <typename Update>
-bool forEachBlock(const ByteBuffer& buffer, std::size_t blockSize, Update&& update) {
+bool feedRange(const ByteBuffer& buffer, std::size_t offset, std::size_t length, Update& update) {
+    constexpr std::size_t kReleasePiece = 1024 * 1024;
+    const std::size_t piece = buffer.isMapped() ? kReleasePiece : length;
+    for (std::size_t done = 0; done < length;) {
+        const std::size_t size = std::min(piece, length - done);
+        if (!update(buffer.data() + offset + done, size)) return false;
+        releaseHashedPages(buffer, offset + done, size);
+        done += size;
+    }
+    return true;
+}
+
+// Feeds the buffer block by block: `begin` before each block of `blockSize` bytes (the
+// last may be shorter; an empty buffer has none), `update` with its bytes, `end` after.
+template <typename Begin, typename Update, typename End>
+bool forEachBlock(const ByteBuffer& buffer, std::size_t blockSize, Begin&& begin, Update&& update,
+                  End&& end) {
     for (std::size_t offset = 0; offset < buffer.size(); offset += blockSize) {
         const std::size_t length = std::min(blockSize, buffer.size() - offset);
-        if (!update(buffer.data() + offset, length)) return false;
-        releaseHashedPages(buffer, offset, length);
+        if (!begin() || !feedRange(buffer, offset, length, update) || !end()) return false;
     }
     return true;
 }
@@ -49,12 +65,13 @@ bool forEachBlock(const ByteBuffer& buffer, std::size_t blockSize, Update&& upda
 unsigned digestOf(const EVP_MD* md, const ByteBuffer& data, Digest& out) {
     Context context(EVP_MD_CTX_new());
     if (!context || EVP_DigestInit_ex(context.get(), md, nullptr) != 1) return 0;
-    const bool fed = forEachBlock(data, VXCloudFileHasher::DROPBOX_BLOCK_SIZE,
-                                  [&](const std::uint8_t* bytes, std::size_t length) {
-                                      return EVP_DigestUpdate(context.get(), bytes, length) == 1;
-                                  });
+    auto update = [&](const std::uint8_t* bytes, std::size_t length) {
+        return EVP_DigestUpdate(context.get(), bytes, length) == 1;
+    };
     unsigned size = 0;
-    if (!fed || EVP_DigestFinal_ex(context.get(), out.data(), &size) != 1) return 0;
+    if (!feedRange(data, 0, data.size(), update) ||
+        EVP_DigestFinal_ex(context.get(), out.data(), &size) != 1)
+        return 0;
     return size;
 }
 
@@ -109,12 +126,15 @@ std::optional<std::string> VXCloudFileHasher::dropboxHash(const ByteBuffer& file
     if (!block || !overall || EVP_DigestInit_ex(overall.get(), sha256, nullptr) != 1)
         return std::nullopt;
     const bool fed = forEachBlock(
-        fileData, DROPBOX_BLOCK_SIZE, [&](const std::uint8_t* bytes, std::size_t length) {
+        fileData, DROPBOX_BLOCK_SIZE,
+        [&] { return EVP_DigestInit_ex(block.get(), sha256, nullptr) == 1; },
+        [&](const std::uint8_t* bytes, std::size_t length) {
+            return EVP_DigestUpdate(block.get(), bytes, length) == 1;
+        },
+        [&] {
             std::array<std::uint8_t, 32> digest{};
             unsigned size = 0;
-            return EVP_DigestInit_ex(block.get(), sha256, nullptr) == 1 &&
-                   EVP_DigestUpdate(block.get(), bytes, length) == 1 &&
-                   EVP_DigestFinal_ex(block.get(), digest.data(), &size) == 1 &&
+            return EVP_DigestFinal_ex(block.get(), digest.data(), &size) == 1 &&
                    EVP_DigestUpdate(overall.get(), digest.data(), size) == 1;
         });
     Digest result{};
