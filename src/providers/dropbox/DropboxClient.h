@@ -1,0 +1,184 @@
+#pragma once
+// Our Dropbox API v2 client: typed routes over the shared HTTP transport. Every call is
+// blocking and safe to run on any thread. Tokens come from the secure store through the
+// shared OAuth token provider and are refreshed when expired or rejected.
+//
+// Failures come back as CallError values whose kind says what went wrong on the wire, the
+// way the sessions classify them: a 409 route error (decoded into ProviderError's Dropbox
+// unions for uploads and relocations), 400 bad input, 401 auth, 403 access, 429 rate limit,
+// 5xx server trouble, another status, or a client-side failure (no connection, an answer
+// that cannot be read).
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "../oauth/TokenProvider.h"
+#include "vxcloud/model/ProviderError.h"
+#include "vxcloud/platform/ByteBuffer.h"
+#include "vxcloud/platform/Http.h"
+#include "vxcloud/sessions/VXCloudDropboxSession.h"
+#include "vxcloud/sessions/VXCloudServiceConfig.h"
+
+namespace vxcloud::dropbox {
+
+enum class CallErrorKind {
+    internalServer,  // 5xx
+    badInput,        // 400 (plain-text answer)
+    auth,            // 401, or no usable token
+    access,          // 403
+    http,            // any other unexpected status
+    route,           // 409: the route's own error union
+    rateLimit,       // 429 after the retries
+    client,          // no answer (connection, timeout), or an answer that cannot be read
+};
+
+struct CallError {
+    CallErrorKind kind = CallErrorKind::client;
+    ProviderError error;
+    // The route error's tags from the outside in ("path/conflict/folder"); route errors only.
+    std::string routeTags;
+    // The WriteError of a route whose error union wraps one (create_folder "path",
+    // delete "path_write", upload_session/finish "path").
+    std::optional<DropboxWriteError> writeError;
+    // An upload session's incorrect_offset answer: where the server wants the next byte.
+    std::optional<std::int64_t> correctOffset;
+};
+
+template <typename T>
+class Result {
+public:
+    static Result success(T value) {
+        Result r;
+        r.value_ = std::move(value);
+        return r;
+    }
+    static Result failure(CallError error) {
+        Result r;
+        r.error_ = std::move(error);
+        return r;
+    }
+    template <typename U>
+    static Result failureOf(const Result<U>& other) {
+        return failure(other.error());
+    }
+    bool ok() const { return value_.has_value(); }
+    const T& value() const { return *value_; }
+    T& value() { return *value_; }
+    const CallError& error() const { return *error_; }
+
+private:
+    std::optional<T> value_;
+    std::optional<CallError> error_;
+};
+
+struct ListFolderResult {
+    std::vector<Metadata> entries;
+    std::string cursor;
+    bool hasMore = false;
+};
+
+struct RelocationPath {
+    std::string fromPath;
+    std::string toPath;
+};
+
+// One entry of a finished move batch, in request order.
+struct RelocationBatchEntry {
+    std::optional<Metadata> success;
+    std::optional<DropboxRelocationError> failure;  // relocation_error; other failures leave it empty
+    std::string failureTag;                          // "relocation_error", "internal_error", ...
+};
+
+struct MoveBatchLaunch {
+    std::optional<std::string> asyncJobId;
+    bool complete = false;
+    std::vector<RelocationBatchEntry> entries;  // when complete
+};
+
+struct MoveBatchJobStatus {
+    enum class State { inProgress, complete, failed } state = State::inProgress;
+    std::vector<RelocationBatchEntry> entries;  // when complete
+};
+
+struct DownloadResult {
+    Metadata metadata;
+    ByteBuffer data;
+};
+
+struct CommitInfo {
+    std::string path;
+    WriteMode mode = WriteMode::add;
+    bool autorename = false;
+    bool mute = false;
+    bool strictConflict = false;
+};
+
+// Bytes of the document acknowledged so far (never decreasing, also across retries and
+// chunks) and the document's size.
+using UploadProgress = std::function<void(std::int64_t completed, std::int64_t total)>;
+
+struct ClientOptions {
+    VXCloudServiceEndpoints endpoints = VXCloudServiceConfig::defaultEndpoints(VXCloudService::dropbox);
+    VXCloudUploadLimits limits;
+    std::shared_ptr<HttpClient> http;  // the shared client when empty
+    // 429 and 5xx are repeated, honouring Retry-After.
+    RetryPolicy retry = RetryPolicy::standard(4);
+    // Repeats of a 409 too_many_write_operations / internal_error answer.
+    int maxRouteRetries = 3;
+};
+
+// The service's own limit of one upload request body.
+inline constexpr std::int64_t kMaxUploadRequestBytes = 150LL * 1024 * 1024;
+// Upload session chunks are multiples of this.
+inline constexpr std::int64_t kUploadChunkUnit = 4LL * 1024 * 1024;
+
+class DropboxClient {
+public:
+    DropboxClient(std::shared_ptr<oauth::TokenProvider> tokens, ClientOptions options);
+
+    // A client for the account whose token is stored under `userId`, with the process-wide
+    // endpoints and limits; null when no token is stored.
+    static std::shared_ptr<DropboxClient> forUser(const std::string& userId);
+
+    const std::string& userId() const { return tokens_->storageName(); }
+
+    // users/get_current_account: the account id.
+    Result<std::string> getCurrentAccount();
+    // files/list_folder (not recursive, mounted folders and non-downloadable files included).
+    Result<ListFolderResult> listFolder(const std::string& path);
+    Result<ListFolderResult> listFolderContinue(const std::string& cursor);
+    Result<Metadata> getMetadata(const std::string& path);
+    Result<Metadata> createFolderV2(const std::string& path, bool autorename = false);
+    // files/upload, or an upload session (start, append, finish) for a document above the
+    // single-request limit; chunks are slices of `data`, never copies.
+    Result<Metadata> upload(const ByteBuffer& data, const CommitInfo& commit,
+                            const UploadProgress& progress = {});
+    Result<Metadata> moveV2(const std::string& fromPath, const std::string& toPath);
+    Result<Metadata> deleteV2(const std::string& path);
+    Result<MoveBatchLaunch> moveBatchV2(const std::vector<RelocationPath>& entries);
+    Result<MoveBatchJobStatus> moveBatchCheckV2(const std::string& asyncJobId);
+    Result<DownloadResult> download(const std::string& path);
+
+    // The largest single upload request and the chunk size used above it.
+    std::int64_t maxSingleRequestBytes() const;
+    std::int64_t chunkBytes() const;
+
+    struct Request;
+
+private:
+    Result<HttpResponse> send(const Request& request);
+    Result<Metadata> uploadSingle(const ByteBuffer& data, const CommitInfo& commit,
+                                  const UploadProgress& progress);
+    Result<Metadata> uploadInSession(const ByteBuffer& data, const CommitInfo& commit,
+                                     const UploadProgress& progress);
+
+    std::shared_ptr<oauth::TokenProvider> tokens_;
+    ClientOptions options_;
+    std::shared_ptr<HttpClient> http_;
+};
+
+}  // namespace vxcloud::dropbox

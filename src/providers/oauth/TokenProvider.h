@@ -1,0 +1,65 @@
+#pragma once
+// Hands a provider client a usable access token for one account: the stored one while it
+// is fresh, otherwise a new one from the refresh grant. A refreshed token is saved before
+// it is handed out, so a crash right after a rotation never leaves the store holding a
+// dead refresh token. Refreshes of one account are serialised across the process: one
+// caller refreshes, the others wait and take its result.
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "vxcloud/auth/VXCloudTokenStore.h"
+#include "vxcloud/model/ProviderError.h"
+#include "vxcloud/model/VXCloudService.h"
+
+namespace vxcloud {
+class HttpClient;
+}
+
+namespace vxcloud::oauth {
+
+struct TokenFailure {
+    enum class Kind {
+        authentication,  // no token, no refresh token, or the grant was refused
+        connection,      // the token endpoint could not be reached
+        server,          // the token endpoint failed (5xx)
+        malformed,       // the token endpoint answered something unreadable
+    };
+    Kind kind = Kind::authentication;
+    ProviderError error;
+};
+
+struct TokenResult {
+    std::optional<std::string> accessToken;
+    std::optional<TokenFailure> failure;  // set exactly when accessToken is not
+};
+
+class TokenProvider {
+public:
+    // Refresh this long before the stored expiry, so a token never dies mid-request.
+    static constexpr std::chrono::seconds kDefaultSkew{300};
+
+    TokenProvider(VXCloudService service, std::string storageName,
+                  std::shared_ptr<HttpClient> http = nullptr,
+                  std::chrono::seconds skew = kDefaultSkew);
+
+    VXCloudService service() const { return service_; }
+    const std::string& storageName() const { return storageName_; }
+
+    // A token for the next request, refreshed first when it has expired.
+    TokenResult accessToken();
+    // The service refused `rejected` (401): the stored token when another caller has
+    // already replaced it, else a refreshed one.
+    TokenResult refreshAfterRejection(const std::string& rejected);
+
+private:
+    TokenResult refresh(const VXCloudOAuthToken& current);
+
+    VXCloudService service_;
+    std::string storageName_;
+    std::shared_ptr<HttpClient> http_;
+    std::chrono::seconds skew_;
+};
+
+}  // namespace vxcloud::oauth

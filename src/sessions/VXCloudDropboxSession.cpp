@@ -1,0 +1,233 @@
+// The Dropbox session: construction, authorisation, folder listing, the settings document
+// and the delegate calls. Upload, rename and move live in their own files.
+//
+// Threads: the client blocks on the network, so every operation runs on a global queue and
+// reports from that thread. The move launch's answer is handled on the background thread
+// that made the call, not on the main queue: a host need not drive the main queue, and
+// nothing in the move outcome needs it.
+#include "vxcloud/sessions/VXCloudDropboxSession.h"
+
+#include <nlohmann/json.hpp>
+
+#include "sessions/VXCloudDropboxSessionSupport.h"
+#include "vxcloud/auth/VXCloudTokenStore.h"
+#include "vxcloud/engine/VXCloudUtils.h"
+#include "vxcloud/model/VXCloudAccount.h"
+#include "vxcloud/model/VXCloudFile.h"
+#include "vxcloud/model/VXCloudUserDefaults.h"
+#include "vxcloud/platform/Dispatch.h"
+#include "vxcloud/platform/Log.h"
+
+namespace vxcloud {
+
+using namespace dropbox_session;
+
+struct VXCloudDropboxSession::Private {};
+
+namespace {
+
+// Platform error codes of removeAuthorization.
+constexpr long kNoStoredToken = 2;
+constexpr long kTokenNotRemoved = 3;
+
+template <typename Call>
+void guarded(const char* what, Call&& call) {
+    try {
+        call();
+    } catch (const std::exception& e) {
+        log::error("dropbox", std::string(what) + " threw: " + e.what());
+    } catch (...) {
+        log::error("dropbox", std::string(what) + " threw");
+    }
+}
+
+}  // namespace
+
+std::shared_ptr<VXCloudDropboxSession> VXCloudDropboxSession::initWithCloudAccount(
+    std::shared_ptr<VXCloudAccount> account, std::chrono::milliseconds movePollInterval) {
+    if (!account || account->cloudService != VXCloudService::dropbox) return nullptr;
+    auto client = dropbox::DropboxClient::forUser(account->userId);
+    if (!client) return nullptr;
+    return std::make_shared<VXCloudDropboxSession>(Private{}, std::move(account), std::move(client),
+                                                   movePollInterval);
+}
+
+VXCloudDropboxSession::VXCloudDropboxSession(const Private&, std::shared_ptr<VXCloudAccount> account,
+                                             std::shared_ptr<dropbox::DropboxClient> client,
+                                             std::chrono::milliseconds movePollInterval)
+    : VXCloudSession(std::move(account), DelegateOwnership::weak),
+      client_(std::move(client)),
+      movePollInterval_(movePollInterval) {}
+
+VXCloudDropboxSession::~VXCloudDropboxSession() = default;
+
+std::shared_ptr<VXCloudDropboxSession> VXCloudDropboxSession::self() {
+    return std::static_pointer_cast<VXCloudDropboxSession>(shared_from_this());
+}
+
+void VXCloudDropboxSession::runInBackground(std::function<void()> block, bool backgroundPriority) {
+    // The block holds the session until it has reported: the engine lets go of it at once.
+    auto keepAlive = self();
+    DispatchQueue::global(backgroundPriority ? QoS::background : QoS::defaultQoS)
+        ->async([keepAlive, block = std::move(block)] { guarded("a Dropbox session step", block); });
+}
+
+std::string VXCloudDropboxSession::folderPrefix(const std::shared_ptr<VXCloudFile>& parent) {
+    if (!parent || !parent->path || *parent->path == "/") return "/";
+    return *parent->path + "/";
+}
+
+std::optional<std::int64_t> VXCloudDropboxSession::previousUploadAmount() const {
+    std::lock_guard lock(progressMutex_);
+    return previousUploadAmount_;
+}
+
+std::shared_ptr<VXCloudFile> VXCloudDropboxSession::rootFolder() const {
+    auto root = std::make_shared<VXCloudFile>(displayName(VXCloudService::dropbox), true, true);
+    root->path = "";
+    return root;
+}
+
+void VXCloudDropboxSession::isAuthorizedWithCompletion(std::function<void(bool)> completion) {
+    runInBackground([this, completion = std::move(completion)] {
+        const bool authorized = client_->getCurrentAccount().ok();
+        if (completion) guarded("isAuthorized completion", [&] { completion(authorized); });
+    });
+}
+
+void VXCloudDropboxSession::removeAuthorizationWithCompletion(
+    std::function<void(std::shared_ptr<VXCloudAccount>, std::optional<PlatformError>)> completion) {
+    runInBackground([this, completion = std::move(completion)] {
+        const std::shared_ptr<VXCloudAccount>& account = cloudAccount();
+        std::optional<PlatformError> error;
+        if (!VXCloudTokenStore::contains(VXCloudService::dropbox, account->userId)) {
+            error = PlatformError{kVXCloudErrorDomain, kNoStoredToken, {}};
+        } else if (!VXCloudTokenStore::remove(VXCloudService::dropbox, account->userId)) {
+            error = PlatformError{kVXCloudErrorDomain, kTokenNotRemoved, {}};
+        } else {
+            VXCloudUserDefaults::removeCloudAccount(account);
+        }
+        if (completion) guarded("removeAuthorization completion", [&] { completion(account, error); });
+    });
+}
+
+void VXCloudDropboxSession::loadFoldersInFolder(std::shared_ptr<VXCloudFile> folder) {
+    // A folder without a path cannot be addressed; the picker never offers one.
+    if (!folder || !folder->path) return;
+    runInBackground([this, folder] {
+        auto listed = client_->listFolder(*folder->path);
+        if (!listed.ok()) return reportFoldersFailed(ErrorCode::fileUpload);
+        VXCloudFileList folders;
+        for (const auto& entry : listed.value().entries) {
+            auto record = initWithMetadata(entry);
+            if (record && record->isFolder) folders.push_back(std::move(record));
+        }
+        if (!listed.value().hasMore) return reportFolders(folders, folder);
+        loadFoldersContinue(listed.value().cursor, std::move(folders), folder);
+    });
+}
+
+void VXCloudDropboxSession::loadFoldersContinue(const std::string& cursor, VXCloudFileList foldersSoFar,
+                                                const std::shared_ptr<VXCloudFile>& parentFolder) {
+    std::string next = cursor;
+    for (;;) {
+        auto page = client_->listFolderContinue(next);
+        if (!page.ok()) return reportFoldersFailed(ErrorCode::fileUpload);
+        for (const auto& entry : page.value().entries) {
+            auto record = initWithMetadata(entry);
+            if (record && record->isFolder) foldersSoFar.push_back(std::move(record));
+        }
+        if (!page.value().hasMore) return reportFolders(foldersSoFar, parentFolder);
+        next = page.value().cursor;
+    }
+}
+
+void VXCloudDropboxSession::downloadSettingsFileWithCompletionHandler(
+    std::function<void(std::shared_ptr<VXCloudFile>, std::shared_ptr<VXCloudError>)> completion) {
+    runInBackground([this, completion = std::move(completion)] {
+        auto finish = [&](std::shared_ptr<VXCloudFile> file, std::shared_ptr<VXCloudError> error) {
+            if (completion) guarded("settings completion", [&] { completion(std::move(file), std::move(error)); });
+        };
+        auto downloaded = client_->download(std::string("/") + kSettingsFileName);
+        if (!downloaded.ok()) return finish(nullptr, makeError(ErrorCode::fileUpload));
+        auto record = initWithMetadata(downloaded.value().metadata);
+        if (!record) return finish(nullptr, makeError(ErrorCode::missingFolder));
+        record->fileData = downloaded.value().data;
+
+        const auto& data = downloaded.value().data;
+        const auto settings = nlohmann::json::parse(data.view().begin(), data.view().end(), nullptr, false);
+        if (!settings.is_object()) return finish(nullptr, makeError(ErrorCode::missingFolder));
+        auto folderPath = settings.find(VXCloudFile::kUploadFolderPathKey);
+        if (folderPath == settings.end() || !folderPath->is_string()) {
+            return finish(nullptr, makeError(ErrorCode::missingFolder));
+        }
+        const std::string path = folderPath->get<std::string>();
+        // The top folder always exists, and Dropbox has no metadata for it to ask about.
+        if (path.empty() || path == "/") return finish(record, nullptr);
+        const bool exists = client_->getMetadata(path).ok();
+        finish(record, exists ? nullptr : makeError(ErrorCode::missingFolder));
+    });
+}
+
+void VXCloudDropboxSession::reportProgress(std::int64_t completed, std::int64_t total) {
+    std::int64_t current = 0;
+    {
+        std::lock_guard lock(progressMutex_);
+        current = previousUploadAmount_ ? completed - *previousUploadAmount_ : completed;
+        previousUploadAmount_ = completed;
+    }
+    auto delegate = cloudSessionProgressDelegate();
+    if (!delegate) return;
+    guarded("progress delegate", [&] { delegate->cloudSessionCurrentUploadedBytes(self(), current, total); });
+}
+
+void VXCloudDropboxSession::reportUploaded(const std::shared_ptr<VXCloudFile>& file) {
+    auto delegate = cloudSessionDelegate();
+    if (delegate) guarded("upload delegate", [&] { delegate->cloudSessionDidUploadFile(self(), file); });
+}
+
+void VXCloudDropboxSession::reportUploadFailed(const std::shared_ptr<VXCloudFile>& file, ErrorCode code) {
+    reportUploadFailed(file, makeError(code));
+}
+
+void VXCloudDropboxSession::reportUploadFailed(const std::shared_ptr<VXCloudFile>& file,
+                                               const std::shared_ptr<VXCloudError>& error) {
+    auto delegate = cloudSessionDelegate();
+    if (delegate) {
+        guarded("upload delegate", [&] { delegate->cloudSessionUploadFailedForFile(self(), file, error); });
+    }
+}
+
+void VXCloudDropboxSession::reportRenamed(const std::shared_ptr<VXCloudFile>& file) {
+    auto delegate = cloudSessionDelegate();
+    if (delegate) guarded("rename delegate", [&] { delegate->cloudSessionDidRenameFile(self(), file); });
+}
+
+void VXCloudDropboxSession::reportRenameFailed(const std::shared_ptr<VXCloudFile>& file,
+                                               const std::shared_ptr<VXCloudError>& error) {
+    auto delegate = cloudSessionDelegate();
+    if (delegate) {
+        guarded("rename delegate", [&] { delegate->cloudSessionRenameFailedForFile(self(), file, error); });
+    }
+}
+
+void VXCloudDropboxSession::reportMoved(const VXCloudFileList& moved, const VXCloudFileList& notMoved) {
+    auto delegate = cloudSessionDelegate();
+    if (delegate) guarded("move delegate", [&] { delegate->cloudSessionDidMoveFiles(self(), moved, notMoved); });
+}
+
+void VXCloudDropboxSession::reportFolders(const VXCloudFileList& folders,
+                                          const std::shared_ptr<VXCloudFile>& parent) {
+    auto delegate = cloudSessionDelegate();
+    if (delegate) guarded("folders delegate", [&] { delegate->cloudSessionDidLoadFolders(self(), folders, parent); });
+}
+
+void VXCloudDropboxSession::reportFoldersFailed(ErrorCode code) {
+    auto delegate = cloudSessionDelegate();
+    if (delegate) {
+        guarded("folders delegate",
+                [&] { delegate->cloudSessionLoadFoldersFailedWithError(self(), makeError(code)); });
+    }
+}
+
+}  // namespace vxcloud

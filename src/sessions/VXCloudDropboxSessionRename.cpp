@@ -1,0 +1,106 @@
+// Rename: a stored document is moved to its new name; one that has gone from the folder is
+// stored again from the host's regenerated PDF and then moved.
+#include <fstream>
+#include <sstream>
+
+#include "sessions/VXCloudDropboxSessionSupport.h"
+#include "vxcloud/model/VXCloudFile.h"
+#include "vxcloud/platform/Log.h"
+#include "vxcloud/sessions/VXCloudDropboxSession.h"
+
+namespace vxcloud {
+
+using namespace dropbox_session;
+using dropbox::WriteMode;
+
+namespace {
+
+// The host's regenerated document, read whole: the host may rewrite or remove its file
+// once it has handed it over, which a mapping would not survive.
+std::optional<ByteBuffer> readDocument(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) return std::nullopt;
+    std::ostringstream bytes;
+    bytes << in.rdbuf();
+    if (in.bad()) return std::nullopt;
+    return ByteBuffer::adopt(std::move(bytes).str());
+}
+
+}  // namespace
+
+void VXCloudDropboxSession::renameWithCloudFile(std::shared_ptr<VXCloudFile> file, std::string newFileName,
+                                                std::shared_ptr<VXCloudFile> inParentFolder,
+                                                bool overwriteExistingFile, CreatePDFBlock createPDFBlock) {
+    runInBackground([this, file, newName = std::move(newFileName), parent = std::move(inParentFolder),
+                     overwrite = overwriteExistingFile, createPDFBlock = std::move(createPDFBlock)] {
+        if (!file) return reportRenameFailed(file, makeError(ErrorCode::fileUpload));
+        const std::string prefix = folderPrefix(parent);
+        const std::string currentPath = prefix + file->getNameFromUploadStatus();
+        const std::string newPath = prefix + newName;
+
+        const Found found = findFile(*file, parent, true);
+        if (found.metadata && !found.error) {
+            if (!overwrite) return _rename(file, currentPath, newPath);
+            // Make room: remove what carries the new name. When nothing does, the delete
+            // fails and so does the rename; callers rely on that outcome.
+            const VXCloudFile wanted(newName, false, false);
+            const Found occupant = findFile(wanted, parent, false);
+            if (occupant.error) return reportRenameFailed(file, occupant.error);
+            const std::string target = occupant.metadata && occupant.metadata->pathDisplay
+                                           ? *occupant.metadata->pathDisplay
+                                           : newPath;
+            if (!deleteFile(target)) return reportRenameFailed(file, makeError(ErrorCode::renameFailed));
+            return _rename(file, currentPath, newPath);
+        }
+        if (!found.metadata && !found.error) {
+            return rebuildAndRename(file, parent, WriteMode::add, createPDFBlock, currentPath, newPath);
+        }
+        if (found.error && found.error->errorCode == ErrorCode::fileConflict && overwrite) {
+            return rebuildAndRename(file, parent, WriteMode::overwrite, createPDFBlock, currentPath, newPath);
+        }
+        reportRenameFailed(file, found.error ? found.error : makeError(ErrorCode::fileUpload));
+    });
+}
+
+void VXCloudDropboxSession::rebuildAndRename(const std::shared_ptr<VXCloudFile>& file,
+                                             const std::shared_ptr<VXCloudFile>& parent, WriteMode mode,
+                                             const CreatePDFBlock& createPDFBlock, const std::string& currentPath,
+                                             const std::string& newPath) {
+    std::optional<std::string> pdfPath;
+    try {
+        if (createPDFBlock) pdfPath = createPDFBlock();
+    } catch (...) {
+        log::warning("dropbox", "the host's PDF callback threw");
+    }
+    if (!pdfPath) return reportRenameFailed(file, makeError(ErrorCode::fileUpload));
+    auto data = readDocument(*pdfPath);
+    if (!data) {
+        log::warning("dropbox", "the regenerated document cannot be read");
+        return reportRenameFailed(file, makeError(ErrorCode::fileUpload));
+    }
+    file->fileData = std::move(*data);
+    // A failed store ends the rename, reported as a rename outcome.
+    _upload(
+        file, parent, mode,
+        [this, currentPath, newPath](const std::shared_ptr<VXCloudFile>& stored, const dropbox::Metadata&) {
+            _rename(stored, currentPath, newPath);
+        },
+        [this, file](const std::shared_ptr<VXCloudError>& error) { reportRenameFailed(file, error); });
+}
+
+void VXCloudDropboxSession::_rename(const std::shared_ptr<VXCloudFile>& cloudFile, const std::string& currentPath,
+                                    const std::string& newPath) {
+    auto moved = client_->moveV2(currentPath, newPath);
+    if (!moved.ok()) {
+        return reportRenameFailed(cloudFile,
+                                  makeError(errorCodeFromCallError(moved.error(), RouteErrors::relocation)));
+    }
+    auto record = initWithMetadata(moved.value());
+    if (!record) return reportRenameFailed(cloudFile, makeError(ErrorCode::fileUpload));
+    adoptServiceFields(*cloudFile, *record);
+    reportRenamed(cloudFile);
+}
+
+bool VXCloudDropboxSession::deleteFile(const std::string& filePath) { return client_->deleteV2(filePath).ok(); }
+
+}  // namespace vxcloud

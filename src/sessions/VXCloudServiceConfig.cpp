@@ -1,0 +1,98 @@
+#include "vxcloud/sessions/VXCloudServiceConfig.h"
+
+#include <array>
+#include <mutex>
+
+namespace vxcloud {
+namespace {
+
+struct Entry {
+    VXCloudServiceEndpoints endpoints;
+    VXCloudAppCredentials credentials;
+    VXCloudUploadLimits limits;
+};
+
+struct Registry {
+    std::mutex mutex;
+    std::array<Entry, allCloudServices.size()> entries;
+
+    Registry() {
+        for (VXCloudService service : allCloudServices) {
+            entries[index(service)].endpoints = VXCloudServiceConfig::defaultEndpoints(service);
+        }
+    }
+    static std::size_t index(VXCloudService service) {
+        return static_cast<std::size_t>(rawValue(service));
+    }
+    Entry& at(VXCloudService service) { return entries.at(index(service)); }
+};
+
+Registry& registry() {
+    static Registry instance;
+    return instance;
+}
+
+}  // namespace
+
+VXCloudServiceEndpoints VXCloudServiceConfig::defaultEndpoints(VXCloudService service) {
+    VXCloudServiceEndpoints e;
+    switch (service) {
+        case VXCloudService::dropbox:
+            e.apiBase = "https://api.dropboxapi.com";
+            e.contentBase = "https://content.dropboxapi.com";
+            e.authorizeUrl = "https://www.dropbox.com/oauth2/authorize";
+            e.tokenUrl = "https://api.dropboxapi.com/oauth2/token";
+            break;
+        default:
+            break;
+    }
+    return e;
+}
+
+VXCloudServiceEndpoints VXCloudServiceConfig::endpoints(VXCloudService service) {
+    Registry& r = registry();
+    std::lock_guard lock(r.mutex);
+    return r.at(service).endpoints;
+}
+
+void VXCloudServiceConfig::setEndpoints(VXCloudService service, VXCloudServiceEndpoints endpoints) {
+    Registry& r = registry();
+    std::lock_guard lock(r.mutex);
+    r.at(service).endpoints = std::move(endpoints);
+}
+
+VXCloudAppCredentials VXCloudServiceConfig::credentials(VXCloudService service) {
+    Registry& r = registry();
+    std::lock_guard lock(r.mutex);
+    return r.at(service).credentials;
+}
+
+void VXCloudServiceConfig::setCredentials(VXCloudService service, VXCloudAppCredentials credentials) {
+    Registry& r = registry();
+    std::lock_guard lock(r.mutex);
+    r.at(service).credentials = std::move(credentials);
+}
+
+VXCloudUploadLimits VXCloudServiceConfig::uploadLimits(VXCloudService service) {
+    Registry& r = registry();
+    std::lock_guard lock(r.mutex);
+    return r.at(service).limits;
+}
+
+void VXCloudServiceConfig::setUploadLimits(VXCloudService service, VXCloudUploadLimits limits) {
+    Registry& r = registry();
+    std::lock_guard lock(r.mutex);
+    r.at(service).limits = limits;
+}
+
+void VXCloudServiceConfig::reset(VXCloudService service) {
+    Registry& r = registry();
+    std::lock_guard lock(r.mutex);
+    r.at(service) = Entry{defaultEndpoints(service), {}, {}};
+}
+
+void VXCloudServiceConfig::resetAll() {
+    for (VXCloudService service : allCloudServices) reset(service);
+}
+
+}  // namespace vxcloud
