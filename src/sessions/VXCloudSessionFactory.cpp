@@ -10,6 +10,7 @@
 #include "model/VXCloudSessionFactory.h"
 #include "vxcloud/model/VXCloudAccount.h"
 #include "vxcloud/platform/Log.h"
+#include "vxcloud/sessions/VXCloudDropboxSession.h"
 #include "vxcloud/sessions/VXCloudWebDAVSession.h"
 
 namespace vxcloud {
@@ -18,7 +19,7 @@ namespace {
 std::shared_ptr<VXCloudSession> builtInSession(const std::shared_ptr<VXCloudAccount>& account) {
     switch (account->cloudService) {
         case VXCloudService::googleDrive: return nullptr;
-        case VXCloudService::dropbox: return nullptr;
+        case VXCloudService::dropbox: return VXCloudDropboxSession::initWithCloudAccount(account);
         case VXCloudService::oneDrive: return nullptr;
         case VXCloudService::oneNote: return nullptr;
         case VXCloudService::box: return nullptr;
