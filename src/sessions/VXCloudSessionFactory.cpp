@@ -63,6 +63,18 @@ std::shared_ptr<VXCloudSession> initCloudSession(const std::shared_ptr<VXCloudAc
     return nullptr;
 }
 
+std::shared_ptr<VXCloudSession> builtInCloudSession(const std::shared_ptr<VXCloudAccount>& account) {
+    if (!account) return nullptr;
+    try {
+        return builtInSession(account);
+    } catch (const std::exception& e) {
+        log::error("sessions", std::string("making a session failed: ") + e.what());
+    } catch (...) {
+        log::error("sessions", "making a session failed");
+    }
+    return nullptr;
+}
+
 void setCloudSessionFactoryOverride(CloudSessionFactory factory) {
     auto next = factory ? std::make_shared<const CloudSessionFactory>(std::move(factory)) : nullptr;
     auto& o = overrideSlot();

@@ -13,6 +13,11 @@ class VXCloudSession;
 // WebDAV for an account that is not a VXCloudWebDAVAccount, a null account). Never throws.
 std::shared_ptr<VXCloudSession> initCloudSession(const std::shared_ptr<VXCloudAccount>& account);
 
+// What initCloudSession makes when no override is set. An override may call it to adjust
+// the built-in sessions (a host handing each one its progress receiver) instead of
+// replacing them. Never throws.
+std::shared_ptr<VXCloudSession> builtInCloudSession(const std::shared_ptr<VXCloudAccount>& account);
+
 using CloudSessionFactory =
     std::function<std::shared_ptr<VXCloudSession>(const std::shared_ptr<VXCloudAccount>&)>;
 
