@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cctype>
+#include <cstdlib>
 #include <cstring>
 #include <exception>
 
@@ -10,6 +11,23 @@
 
 namespace vxcloud::curl {
 namespace {
+
+// The environment's no_proxy list with the loopback names added.
+const std::string& noProxyList() {
+    static const std::string list = [] {
+        std::string l = "localhost,127.0.0.1,::1";
+        for (const char* name : {"no_proxy", "NO_PROXY"}) {
+            if (const char* v = std::getenv(name); v && *v) {
+                l += ',';
+                l += v;
+                break;
+            }
+        }
+        return l;
+    }();
+    return list;
+}
+
 
 using Clock = std::chrono::steady_clock;
 
@@ -282,6 +300,9 @@ std::string configure(CURL* easy, Attempt& attempt, char* errorBuffer, Slist& he
     curl_easy_setopt(easy, CURLOPT_SSL_VERIFYPEER, 1L);
     curl_easy_setopt(easy, CURLOPT_SSL_VERIFYHOST, 2L);
     curl_easy_setopt(easy, CURLOPT_TCP_KEEPALIVE, 1L);
+    // Loopback (the sandbox, sign-in redirects) never goes through a proxy, whatever
+    // the environment says; other hosts follow the usual proxy variables.
+    curl_easy_setopt(easy, CURLOPT_NOPROXY, noProxyList().c_str());
     curl_easy_setopt(easy, CURLOPT_USERAGENT, "VXCloud/1.0");
     curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS,
                      static_cast<long>(std::max<std::int64_t>(1, request.connectTimeout.count())));
