@@ -11,6 +11,7 @@
 namespace vxcloud {
 
 struct PreferencesStore::State {
+    // Owner-only: the document lists the user's accounts and e-mail addresses.
     explicit State(std::string path)
         : file(std::move(path), {.logCategory = "preferences",
                                  .description = "preferences file",

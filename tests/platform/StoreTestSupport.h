@@ -2,6 +2,7 @@
 // Helpers for the file-backed platform tests: a temporary folder, whole-file reads and
 // writes, a log sink that collects warnings, and scoped environment variables.
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -19,9 +20,8 @@ namespace vxcloud::testutil {
 
 class TempFolder {
 public:
-    TempFolder() {
-        std::string pattern =
-            (std::filesystem::temp_directory_path() / "vxcloud-test-XXXXXX").string();
+    explicit TempFolder(const std::filesystem::path& base = std::filesystem::temp_directory_path()) {
+        std::string pattern = (base / "vxcloud-test-XXXXXX").string();
         if (::mkdtemp(pattern.data())) path_ = pattern;
     }
     ~TempFolder() {
@@ -47,6 +47,16 @@ public:
 private:
     std::string path_;
 };
+
+// For tests of locking rather than of the disk: a memory-backed folder when there is
+// one, so a thousand fsyncs do not make the test wait on a busy disk.
+inline std::filesystem::path memoryBackedBase() {
+    std::error_code ignored;
+    if (std::filesystem::is_directory("/dev/shm", ignored) && ::access("/dev/shm", W_OK) == 0) {
+        return "/dev/shm";
+    }
+    return std::filesystem::temp_directory_path();
+}
 
 inline std::string readWholeFile(const std::string& path) {
     std::ifstream in(path, std::ios::binary);

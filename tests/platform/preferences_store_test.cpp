@@ -177,7 +177,7 @@ TEST(PreferencesStore, StandardStoreLocation) {
 }
 
 TEST(PreferencesStoreMultiProcess, TwoProcessesAddingConcurrentlyLoseNothing) {
-    TempFolder tmp;
+    TempFolder tmp(testutil::memoryBackedBase());
     const std::string path = tmp / "preferences.json";
     int go[2];
     ASSERT_EQ(::pipe(go), 0);
@@ -218,7 +218,7 @@ TEST(PreferencesStoreMultiProcess, TwoProcessesAddingConcurrentlyLoseNothing) {
 }
 
 TEST(PreferencesStoreConcurrency, ThreadsOnTwoInstancesLoseNothingAndReadersNeverSeeATornFile) {
-    TempFolder tmp;
+    TempFolder tmp(testutil::memoryBackedBase());
     const std::string path = tmp / "preferences.json";
     PreferencesStore first(path);
     PreferencesStore second(path);  // separate lock file handles: the flock must serialise them
