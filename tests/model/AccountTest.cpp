@@ -219,6 +219,8 @@ std::shared_ptr<VXCloudSession> recordingFactory(const std::shared_ptr<VXCloudAc
 }
 
 TEST(CloudAccount, SessionForAccountGoesThroughTheInstalledFactory) {
+    const SessionFactory previous = sessionFactory();
+    setSessionFactory(nullptr);
     auto dropbox = std::make_shared<VXCloudAccount>("1", "e", VXCloudService::dropbox);
     EXPECT_EQ(dropbox->sessionForAccount(), nullptr);  // no factory installed
 
@@ -236,7 +238,7 @@ TEST(CloudAccount, SessionForAccountGoesThroughTheInstalledFactory) {
     VXCloudAccount unshared("1", "e", VXCloudService::box);
     EXPECT_EQ(unshared.sessionForAccount(), nullptr);
     EXPECT_EQ(gFactoryCalls.size(), 2u);
-    setSessionFactory(nullptr);
+    setSessionFactory(previous);
     gFactoryCalls.clear();
 }
 
