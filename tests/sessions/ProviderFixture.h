@@ -1,0 +1,62 @@
+#pragma once
+// What the session contract suite needs from a provider: an emulated account with a
+// session, a way to look at and change what is stored remotely, and the provider's
+// declared exceptions to the contract. Every session implements one and adds its factory
+// to contractProviders() (ProviderRegistry.cpp).
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "vxcloud/model/VXCloudAccount.h"
+#include "vxcloud/model/VXCloudError.h"
+#include "vxcloud/model/VXCloudFile.h"
+#include "vxcloud/sessions/VXCloudSession.h"
+
+namespace vxcloud::testing {
+
+enum class Operation { isAuthorized, loadFolders, upload, rename, move, downloadSettings };
+
+class ProviderFixture {
+public:
+    virtual ~ProviderFixture() = default;
+
+    // Starts the provider's emulator, stores a linked account with its credentials and
+    // points the component at the emulator. False, with the reason, when it cannot.
+    virtual bool setUp(std::string& error) = 0;
+    virtual void tearDown() = 0;
+
+    virtual std::shared_ptr<VXCloudAccount> account() = 0;
+    // A fresh session for the account, as the engine would make one.
+    virtual std::shared_ptr<VXCloudSession> makeSession() = 0;
+    // Creates a folder remotely (in `parent`, or the top level) and returns its record as
+    // the folder picker would give it.
+    virtual std::shared_ptr<VXCloudFile> makeFolder(const std::string& name,
+                                                    const std::shared_ptr<VXCloudFile>& parent = nullptr) = 0;
+    // The bytes stored under `name` in `folder`; nothing when no such document exists.
+    virtual std::optional<std::string> remoteContent(const VXCloudFile& folder, const std::string& name) = 0;
+    // Replaces a stored document's bytes, as another device would.
+    virtual bool changeRemote(const VXCloudFile& folder, const std::string& name, const std::string& bytes) = 0;
+    // Stores the account's settings document naming `folder` as the upload folder.
+    virtual bool storeSettings(const VXCloudFile& folder) = 0;
+
+    // Declared exceptions. An operation that is silent by design must stay silent; the
+    // suite checks that instead of skipping it.
+    virtual bool expectsSilence(Operation) const { return false; }
+    virtual bool reportsProgress() const { return true; }
+    // Whether successful outcomes carry a version (the service's revision or hash).
+    virtual bool offersVersion() const { return true; }
+    // The code of an upload that may not replace a same-named document.
+    virtual ErrorCode conflictCode() const { return ErrorCode::fileConflict; }
+};
+
+struct ProviderCase {
+    std::string name;  // used in test names: letters and digits only
+    std::function<std::unique_ptr<ProviderFixture>()> make;
+};
+
+// Every provider the contract suite runs against.
+std::vector<ProviderCase> contractProviders();
+
+}  // namespace vxcloud::testing

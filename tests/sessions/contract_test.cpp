@@ -1,0 +1,260 @@
+// The session contract, run against every provider's session: one outcome per operation,
+// the caller's record handed back with what the service returned, progress as increments,
+// and the outcomes of the common cases. A provider's declared silences are checked, not
+// skipped.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <thread>
+
+#include "sessions/ProviderFixture.h"
+#include "sessions/SessionTestSupport.h"
+#include "vxcloud/model/VXCloudFileHasher.h"
+
+namespace vxcloud::testing {
+namespace {
+
+class SessionContract : public ::testing::TestWithParam<ProviderCase> {
+protected:
+    void SetUp() override {
+        fixture_ = GetParam().make();
+        std::string error;
+        ASSERT_TRUE(fixture_->setUp(error)) << error;
+        session_ = fixture_->makeSession();
+        ASSERT_NE(session_, nullptr);
+        delegate_ = std::make_shared<RecordingDelegate>();
+        session_->setCloudSessionDelegate(delegate_);
+        session_->setCloudSessionProgressDelegate(delegate_);
+    }
+    void TearDown() override {
+        session_.reset();
+        if (fixture_) fixture_->tearDown();
+    }
+
+    std::shared_ptr<VXCloudFile> document(const std::string& name, const std::string& bytes) {
+        return makeDocument(name, bytes);
+    }
+    std::optional<std::string> fingerprint(const std::string& bytes) {
+        return VXCloudFileHasher::hash(ByteBuffer::copyOf(bytes), fixture_->account()->cloudService);
+    }
+    // The record the engine builds for a document it uploaded before.
+    std::shared_ptr<VXCloudFile> storedDocument(const VXCloudFile& uploaded, const std::string& bytes) {
+        return makeStoredDocument(*fixture_->account(), uploaded.name, uploaded.version, bytes, fingerprint(bytes));
+    }
+
+    // Runs one operation: exactly one outcome, or none at all where the provider declares
+    // the operation silent.
+    std::optional<SessionEvent> outcomeOf(Operation operation, const std::function<void()>& start) {
+        delegate_->clear();
+        start();
+        if (fixture_->expectsSilence(operation)) {
+            EXPECT_FALSE(delegate_->waitForEvents(1, 1500ms)) << "declared silent, but called back";
+            return std::nullopt;
+        }
+        return delegate_->expectOneOutcome();
+    }
+
+    std::shared_ptr<VXCloudFile> upload(const std::shared_ptr<VXCloudFile>& file,
+                                        const std::shared_ptr<VXCloudFile>& folder, bool overwrite) {
+        auto event = outcomeOf(Operation::upload, [&] { session_->uploadWithCloudFile(file, folder, overwrite); });
+        if (!event) return nullptr;
+        EXPECT_EQ(event->kind, SessionEvent::Kind::didUpload) << describe(*event);
+        return event->kind == SessionEvent::Kind::didUpload ? event->file : nullptr;
+    }
+
+    std::unique_ptr<ProviderFixture> fixture_;
+    std::shared_ptr<VXCloudSession> session_;
+    std::shared_ptr<RecordingDelegate> delegate_;
+};
+
+TEST_P(SessionContract, UploadReturnsTheCallersRecordWithNameVersionAndProgress) {
+    auto folder = fixture_->makeFolder("Contract Uploads");
+    const std::string bytes = documentBytes(300 * 1024, 1);
+    auto file = document("Receipt 2024.pdf", bytes);
+
+    auto event = outcomeOf(Operation::upload, [&] { session_->uploadWithCloudFile(file, folder, false); });
+    if (!event) return;
+    ASSERT_EQ(event->kind, SessionEvent::Kind::didUpload) << describe(*event);
+    EXPECT_EQ(event->file, file) << "the session must hand back the record it was given";
+    EXPECT_EQ(event->session, session_);
+    EXPECT_EQ(file->name, "Receipt 2024.pdf");
+    if (fixture_->offersVersion()) {
+        EXPECT_EQ(file->version, fingerprint(bytes));
+    }
+    EXPECT_TRUE(sameBytes(fixture_->remoteContent(*folder, "Receipt 2024.pdf"), bytes));
+
+    if (fixture_->reportsProgress()) {
+        const auto progress = delegate_->progress();
+        ASSERT_FALSE(progress.empty());
+        for (const auto& [current, total] : progress) {
+            EXPECT_GE(current, 0);
+            EXPECT_EQ(total, static_cast<std::int64_t>(bytes.size()));
+        }
+        EXPECT_EQ(delegate_->progressSum(), static_cast<std::int64_t>(bytes.size()))
+            << "progress reports are increments that add up to the size";
+    } else {
+        EXPECT_TRUE(delegate_->progress().empty());
+    }
+}
+
+TEST_P(SessionContract, SameNamedDocumentIsReplacedOnlyWhenOverwriting) {
+    auto folder = fixture_->makeFolder("Contract Clash");
+    const std::string first = documentBytes(2048, 2);
+    ASSERT_NE(upload(document("clash.pdf", first), folder, false), nullptr);
+
+    const std::string second = documentBytes(4096, 3);
+    auto refused = document("clash.pdf", second);
+    auto event = outcomeOf(Operation::upload, [&] { session_->uploadWithCloudFile(refused, folder, false); });
+    if (event) {
+        ASSERT_EQ(event->kind, SessionEvent::Kind::uploadFailed) << describe(*event);
+        EXPECT_EQ(event->file, refused) << "a failure also hands back the caller's record";
+        EXPECT_EQ(event->code(), fixture_->conflictCode());
+        EXPECT_TRUE(sameBytes(fixture_->remoteContent(*folder, "clash.pdf"), first));
+    }
+
+    auto replacing = document("clash.pdf", second);
+    auto stored = upload(replacing, folder, true);
+    if (!stored) return;
+    EXPECT_EQ(stored, replacing);
+    EXPECT_TRUE(sameBytes(fixture_->remoteContent(*folder, "clash.pdf"), second));
+}
+
+TEST_P(SessionContract, UnchangedDocumentUploadedBeforeSucceedsAgain) {
+    auto folder = fixture_->makeFolder("Contract Again");
+    const std::string bytes = documentBytes(8192, 4);
+    auto first = upload(document("again.pdf", bytes), folder, false);
+    if (!first) return;
+
+    auto again = storedDocument(*first, bytes);
+    auto stored = upload(again, folder, false);
+    if (!stored) return;
+    EXPECT_EQ(stored, again);
+    EXPECT_EQ(again->name, "again.pdf");
+    if (fixture_->offersVersion()) {
+        EXPECT_EQ(again->version, fingerprint(bytes));
+    }
+    EXPECT_TRUE(sameBytes(fixture_->remoteContent(*folder, "again.pdf"), bytes));
+}
+
+TEST_P(SessionContract, RemoteChangeIsAConflictUnlessOverwriting) {
+    auto folder = fixture_->makeFolder("Contract Changed");
+    const std::string original = documentBytes(4096, 5);
+    auto first = upload(document("changed.pdf", original), folder, false);
+    if (!first) return;
+    ASSERT_TRUE(fixture_->changeRemote(*folder, "changed.pdf", documentBytes(5000, 6)));
+
+    const std::string local = documentBytes(6000, 7);
+    auto edited = storedDocument(*first, local);
+    auto event = outcomeOf(Operation::upload, [&] { session_->uploadWithCloudFile(edited, folder, false); });
+    if (event) {
+        ASSERT_EQ(event->kind, SessionEvent::Kind::uploadFailed) << describe(*event);
+        EXPECT_EQ(event->code(), ErrorCode::fileConflict);
+        EXPECT_EQ(event->file, edited);
+    }
+
+    auto forced = storedDocument(*first, local);
+    if (!upload(forced, folder, true)) return;
+    EXPECT_TRUE(sameBytes(fixture_->remoteContent(*folder, "changed.pdf"), local));
+}
+
+TEST_P(SessionContract, RenameGivesTheStoredDocumentItsNewName) {
+    auto folder = fixture_->makeFolder("Contract Rename");
+    const std::string bytes = documentBytes(4096, 8);
+    auto first = upload(document("before.pdf", bytes), folder, false);
+    if (!first) return;
+
+    auto stored = storedDocument(*first, bytes);
+    auto event = outcomeOf(Operation::rename, [&] {
+        session_->renameWithCloudFile(stored, "after.pdf", folder, false, [] { return std::nullopt; });
+    });
+    if (!event) return;
+    ASSERT_EQ(event->kind, SessionEvent::Kind::didRename) << describe(*event);
+    EXPECT_EQ(event->file, stored);
+    EXPECT_EQ(stored->name, "after.pdf");
+    EXPECT_TRUE(sameBytes(fixture_->remoteContent(*folder, "after.pdf"), bytes));
+    EXPECT_EQ(fixture_->remoteContent(*folder, "before.pdf"), std::nullopt);
+}
+
+TEST_P(SessionContract, MoveReportsEveryFileOnce) {
+    auto from = fixture_->makeFolder("Contract From");
+    auto to = fixture_->makeFolder("Contract To");
+    const std::string a = documentBytes(1024, 9);
+    const std::string b = documentBytes(2048, 10);
+    auto firstA = upload(document("a.pdf", a), from, false);
+    auto firstB = upload(document("b.pdf", b), from, false);
+    if (!firstA || !firstB) return;
+
+    VXCloudFileList files = {storedDocument(*firstA, a), storedDocument(*firstB, b)};
+    auto event = outcomeOf(Operation::move, [&] { session_->moveWithCloudFiles(files, from, to); });
+    if (!event) return;
+    ASSERT_EQ(event->kind, SessionEvent::Kind::didMove);
+    std::set<VXCloudFile*> reported;
+    for (const auto& f : event->files) reported.insert(f.get());
+    for (const auto& f : event->notMoved) reported.insert(f.get());
+    EXPECT_EQ(reported, (std::set<VXCloudFile*>{files[0].get(), files[1].get()}));
+    EXPECT_EQ(event->files.size(), 2u) << "both files were movable";
+    EXPECT_TRUE(sameBytes(fixture_->remoteContent(*to, "a.pdf"), a));
+    EXPECT_TRUE(sameBytes(fixture_->remoteContent(*to, "b.pdf"), b));
+    EXPECT_EQ(fixture_->remoteContent(*from, "a.pdf"), std::nullopt);
+}
+
+TEST_P(SessionContract, ListsTheSubfoldersOfAFolder) {
+    auto parent = fixture_->makeFolder("Contract Parent");
+    fixture_->makeFolder("Invoices", parent);
+    fixture_->makeFolder("Letters", parent);
+    ASSERT_NE(upload(document("not-a-folder.pdf", documentBytes(100, 11)), parent, false), nullptr);
+
+    auto event = outcomeOf(Operation::loadFolders, [&] { session_->loadFoldersInFolder(parent); });
+    if (!event) return;
+    ASSERT_EQ(event->kind, SessionEvent::Kind::didLoadFolders) << describe(*event);
+    EXPECT_EQ(event->parent, parent);
+    std::set<std::string> names;
+    for (const auto& folder : event->files) {
+        EXPECT_TRUE(folder->isFolder);
+        names.insert(folder->name);
+    }
+    EXPECT_EQ(names, (std::set<std::string>{"Invoices", "Letters"}));
+
+    auto top = outcomeOf(Operation::loadFolders, [&] { session_->loadFoldersInFolder(session_->rootFolder()); });
+    if (!top) return;
+    ASSERT_EQ(top->kind, SessionEvent::Kind::didLoadFolders) << describe(*top);
+    EXPECT_TRUE(std::any_of(top->files.begin(), top->files.end(),
+                            [](const auto& f) { return f->name == "Contract Parent"; }));
+}
+
+TEST_P(SessionContract, SettingsDocumentIsDownloadedOnce) {
+    auto folder = fixture_->makeFolder("Contract Scans");
+    ASSERT_TRUE(fixture_->storeSettings(*folder));
+    CompletionProbe<std::shared_ptr<VXCloudFile>, std::shared_ptr<VXCloudError>> probe;
+    session_->downloadSettingsFileWithCompletionHandler(probe.handler());
+    if (fixture_->expectsSilence(Operation::downloadSettings)) {
+        EXPECT_FALSE(probe.wait(1500ms));
+        return;
+    }
+    ASSERT_TRUE(probe.wait());
+    std::this_thread::sleep_for(150ms);
+    EXPECT_EQ(probe.count(), 1u);
+    auto [record, error] = probe.first();
+    ASSERT_NE(record, nullptr);
+    EXPECT_EQ(error, nullptr) << error->getErrorCode();
+    ASSERT_TRUE(record->fileData.has_value());
+    const auto settings = nlohmann::json::parse(record->fileData->view(), nullptr, false);
+    EXPECT_TRUE(settings.is_object());
+}
+
+TEST_P(SessionContract, AuthorizationIsConfirmedOnce) {
+    CompletionProbe<bool> probe;
+    session_->isAuthorizedWithCompletion(probe.handler());
+    ASSERT_TRUE(probe.wait());
+    std::this_thread::sleep_for(150ms);
+    EXPECT_EQ(probe.count(), 1u);
+    EXPECT_TRUE(std::get<0>(probe.first()));
+}
+
+INSTANTIATE_TEST_SUITE_P(Providers, SessionContract, ::testing::ValuesIn(contractProviders()),
+                         [](const ::testing::TestParamInfo<ProviderCase>& info) { return info.param.name; });
+
+}  // namespace
+}  // namespace vxcloud::testing
