@@ -1,0 +1,13 @@
+// The provider emulators this sandbox serves. A new provider adds its module here.
+#include "dropbox/DropboxModule.h"
+#include "framework/ProviderModule.h"
+
+namespace vxcloud::sandbox {
+
+std::vector<std::unique_ptr<ProviderModule>> createProviderModules(ProviderContext& context) {
+    std::vector<std::unique_ptr<ProviderModule>> modules;
+    modules.push_back(std::make_unique<dropbox::DropboxModule>(context));
+    return modules;
+}
+
+}  // namespace vxcloud::sandbox

@@ -1,0 +1,40 @@
+#include "framework/Hashes.h"
+
+#include <openssl/evp.h>
+
+#include <memory>
+
+#include "framework/Text.h"
+
+namespace vxcloud::sandbox {
+namespace {
+
+std::string digest(const EVP_MD* md, std::string_view bytes) {
+    std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> ctx(EVP_MD_CTX_new(), EVP_MD_CTX_free);
+    unsigned char out[EVP_MAX_MD_SIZE];
+    unsigned int length = 0;
+    if (!ctx || EVP_DigestInit_ex(ctx.get(), md, nullptr) != 1 ||
+        EVP_DigestUpdate(ctx.get(), bytes.data(), bytes.size()) != 1 ||
+        EVP_DigestFinal_ex(ctx.get(), out, &length) != 1) {
+        return {};
+    }
+    return std::string(reinterpret_cast<const char*>(out), length);
+}
+
+}  // namespace
+
+std::string sha256Raw(std::string_view bytes) { return digest(EVP_sha256(), bytes); }
+std::string sha256Hex(std::string_view bytes) { return hexEncode(sha256Raw(bytes)); }
+std::string sha1Hex(std::string_view bytes) { return hexEncode(digest(EVP_sha1(), bytes)); }
+std::string md5Hex(std::string_view bytes) { return hexEncode(digest(EVP_md5(), bytes)); }
+
+std::string dropboxContentHash(std::string_view bytes) {
+    constexpr std::size_t blockSize = 4 * 1024 * 1024;
+    std::string blockDigests;
+    for (std::size_t offset = 0; offset < bytes.size(); offset += blockSize) {
+        blockDigests += sha256Raw(bytes.substr(offset, blockSize));
+    }
+    return sha256Hex(blockDigests);
+}
+
+}  // namespace vxcloud::sandbox

@@ -1,0 +1,90 @@
+#pragma once
+// The request and response as provider modules see them: plain values, independent of the
+// HTTP server underneath, so modules only deal with the wire format of their provider.
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "vxcloud/platform/ByteBuffer.h"
+
+namespace vxcloud::sandbox {
+
+class ProviderModule;
+
+struct CaseInsensitiveLess {
+    bool operator()(const std::string& a, const std::string& b) const;
+};
+using HeaderMap = std::multimap<std::string, std::string, CaseInsensitiveLess>;
+
+// One part of a multipart/form-data body, in the order the client sent them.
+struct FormPart {
+    std::string name;
+    std::string filename;
+    std::string contentType;
+    std::string data;
+};
+
+struct Request {
+    std::string method;                  // "GET", "POST", ...
+    std::string path;                    // without the query
+    std::string target;                  // as sent, with the query
+    std::vector<std::string> captures;   // the route pattern's groups
+    HeaderMap headers;
+    std::multimap<std::string, std::string> query;  // decoded
+    ByteBuffer body;                     // empty for multipart/form-data (see parts)
+    std::vector<FormPart> parts;
+    std::string routeKey;
+    // Set by an injected fault: the account's storage counts as full for this request.
+    bool quotaFull = false;
+
+    std::optional<std::string> header(std::string_view name) const;
+    std::string headerOr(std::string_view name, std::string fallback = {}) const;
+    std::optional<std::string> queryParam(std::string_view name) const;
+    // The token of "Authorization: Bearer <token>", if that is the header's form.
+    std::optional<std::string> bearerToken() const;
+    // The media type without parameters, lower-cased ("application/json").
+    std::string mediaType() const;
+};
+
+struct Response {
+    int status = 200;
+    std::vector<std::pair<std::string, std::string>> headers;
+    std::string contentType;
+    ByteBuffer body;
+
+    void setHeader(const std::string& name, const std::string& value);
+    std::optional<std::string> header(std::string_view name) const;
+    void json(int status, const nlohmann::json& value);
+    void text(int status, std::string body, std::string contentType = "text/plain; charset=utf-8");
+    void html(int status, std::string body);
+    void bytes(int status, ByteBuffer body, std::string contentType = "application/octet-stream");
+    void redirect(const std::string& location, int status = 302);
+    void empty(int status);
+    // Serves `content` honouring a single "Range: bytes=..." of the request: 206 with
+    // Content-Range, 416 when unsatisfiable, 200 otherwise.
+    void serveContent(const Request& request, const ByteBuffer& content,
+                      std::string contentType = "application/octet-stream");
+};
+
+using Handler = std::function<void(Request&, Response&)>;
+
+// What a provider module uses to publish its routes. `pattern` is an ECMAScript regular
+// expression matched against the whole path; `key` names the route for faults and counters.
+class Router {
+public:
+    virtual ~Router() = default;
+    virtual void add(const std::string& method, const std::string& pattern, const std::string& key,
+                     Handler handler) = 0;
+    // A literal path (regex characters are escaped).
+    void exact(const std::string& method, const std::string& path, const std::string& key,
+               Handler handler);
+    static std::string escape(std::string_view literal);
+};
+
+}  // namespace vxcloud::sandbox

@@ -1,0 +1,57 @@
+#include "framework/ProviderModule.h"
+
+#include "framework/Text.h"
+
+namespace vxcloud::sandbox {
+
+ProviderModule::ProviderModule(std::string name, ProviderContext& context, TokenPolicy tokenPolicy,
+                               IdScheme ids)
+    : name_(std::move(name)),
+      context_(context),
+      tokens_(context.clock, std::move(tokenPolicy)),
+      store_(std::move(ids), context.clock) {}
+
+void ProviderModule::faultResponse(const FaultSpec& fault, const Request&, Response& response) const {
+    const std::string message = fault.error.empty() ? "Injected failure" : fault.error;
+    response.text(fault.status, message + "\n");
+}
+
+void ProviderModule::decorateResponse(const Request&, Response&) const {}
+
+bool ProviderModule::configure(const nlohmann::json& settings, std::string& error) {
+    if (settings.is_object() && settings.empty()) return true;
+    error = "the " + name_ + " emulator has no settings";
+    return false;
+}
+
+nlohmann::json ProviderModule::settings() const { return nlohmann::json::object(); }
+
+std::vector<AccountInfo> ProviderModule::accounts() const {
+    std::lock_guard lock(accountsMutex_);
+    return accounts_;
+}
+
+std::optional<AccountInfo> ProviderModule::findAccount(const std::string& idOrEmail) const {
+    std::lock_guard lock(accountsMutex_);
+    if (accounts_.empty()) return std::nullopt;
+    if (idOrEmail.empty()) return accounts_.front();
+    for (const auto& account : accounts_) {
+        if (account.id == idOrEmail || asciiLower(account.email) == asciiLower(idOrEmail)) return account;
+    }
+    return std::nullopt;
+}
+
+AccountInfo ProviderModule::addAccount(AccountInfo account, const std::string& scope) {
+    const IssuedTokens seeded = tokens_.issue(account.id, scope, true);
+    account.seededAccessToken = seeded.accessToken;
+    account.seededRefreshToken = seeded.refreshToken;
+    {
+        std::lock_guard storeLock(store_.mutex());
+        store_.tree(account.id);
+    }
+    std::lock_guard lock(accountsMutex_);
+    accounts_.push_back(account);
+    return account;
+}
+
+}  // namespace vxcloud::sandbox

@@ -1,0 +1,94 @@
+#pragma once
+// What one provider emulator adds to the sandbox. A module owns its accounts, its OAuth
+// state and its store, registers its routes under "/<name>/", and says how its provider
+// words injected errors. Everything else (serving, faults, counters, admin, the authorize
+// page and token endpoint mechanics) is the framework's.
+//
+// Adding a provider: a folder sandbox/<provider>/ with a ProviderModule subclass, and one
+// line in sandbox/Modules.cpp.
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "framework/Clock.h"
+#include "framework/Http.h"
+#include "framework/Store.h"
+#include "framework/TokenAuthority.h"
+#include "vxcloud_sandbox/Sandbox.h"
+
+namespace vxcloud::sandbox {
+
+// Shared by all modules of one sandbox.
+struct ProviderContext {
+    Clock& clock;
+    std::atomic<bool>& autoApprove;
+    std::function<std::string()> baseUrl;  // "http://127.0.0.1:PORT" once started
+};
+
+struct AccountInfo {
+    std::string id;
+    std::string email;
+    std::string givenName;
+    std::string surname;
+    std::string displayName() const { return givenName + " " + surname; }
+    std::string locale = "en";
+    std::string country = "US";
+    std::string seededAccessToken;
+    std::string seededRefreshToken;
+};
+
+class ProviderModule {
+public:
+    ProviderModule(std::string name, ProviderContext& context, TokenPolicy tokenPolicy, IdScheme ids);
+    virtual ~ProviderModule() = default;
+    ProviderModule(const ProviderModule&) = delete;
+    ProviderModule& operator=(const ProviderModule&) = delete;
+
+    const std::string& name() const { return name_; }
+    // Routes are registered once, before the server starts.
+    virtual void registerRoutes(Router& router) = 0;
+    // The provider's endpoints by role ("api", "content", "authorize", "token", ...).
+    virtual std::map<std::string, std::string> endpoints(const std::string& baseUrl) const = 0;
+    // The provider's own answer for an injected status (its error JSON, Retry-After, ...).
+    // `fault.body`, when given, has already been handled by the framework.
+    virtual void faultResponse(const FaultSpec& fault, const Request& request, Response& response) const;
+    // Headers every answer of this provider carries (request ids, ...).
+    virtual void decorateResponse(const Request& request, Response& response) const;
+    // The provider's metadata JSON for a stored node, as its API would show it.
+    virtual nlohmann::json renderNode(Tree& tree, const Node& node) const = 0;
+    // Provider-specific settings; configure() changes only the keys given.
+    virtual bool configure(const nlohmann::json& settings, std::string& error);
+    virtual nlohmann::json settings() const;
+
+    TokenAuthority& tokens() { return tokens_; }
+    const TokenAuthority& tokens() const { return tokens_; }
+    Store& store() { return store_; }
+    ProviderContext& context() { return context_; }
+
+    std::vector<AccountInfo> accounts() const;
+    // By id or e-mail (case-insensitive); empty selects the first account.
+    std::optional<AccountInfo> findAccount(const std::string& idOrEmail) const;
+
+protected:
+    // Seeds an account with a fresh access and refresh token.
+    AccountInfo addAccount(AccountInfo account, const std::string& scope);
+
+    std::string name_;
+    ProviderContext& context_;
+    TokenAuthority tokens_;
+    Store store_;
+
+private:
+    mutable std::mutex accountsMutex_;
+    std::vector<AccountInfo> accounts_;
+};
+
+// The modules this sandbox serves (sandbox/Modules.cpp).
+std::vector<std::unique_ptr<ProviderModule>> createProviderModules(ProviderContext& context);
+
+}  // namespace vxcloud::sandbox

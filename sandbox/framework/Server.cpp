@@ -1,0 +1,351 @@
+#include "framework/Server.h"
+
+#include <httplib.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+
+#include "framework/Connection.h"
+#include "framework/ProviderModule.h"
+#include "framework/Text.h"
+
+namespace vxcloud::sandbox {
+namespace {
+
+constexpr const char* kFaultHeader = "X-Sandbox-Fault";
+
+struct Route {
+    ProviderModule* module = nullptr;
+    std::string method;
+    std::regex pattern;
+    std::string key;
+    Handler handler;
+};
+
+ConnectionAddress addressOf(const httplib::Request& r) {
+    return ConnectionAddress{r.local_addr, r.local_port, r.remote_addr, r.remote_port};
+}
+
+bool requestHasBody(const httplib::Request& r) {
+    if (r.has_header("Transfer-Encoding")) return true;
+    const auto length = r.get_header_value("Content-Length");
+    return !length.empty() && length != "0";
+}
+
+std::string guessContentType(const std::string& body) {
+    const auto first = body.find_first_not_of(" \r\n\t");
+    if (first != std::string::npos && (body[first] == '{' || body[first] == '[')) return "application/json";
+    return "text/plain; charset=utf-8";
+}
+
+class ModuleRouter : public Router {
+public:
+    ModuleRouter(Server& server, ProviderModule* module) : server_(server), module_(module) {}
+    void add(const std::string& method, const std::string& pattern, const std::string& key,
+             Handler handler) override {
+        server_.addRoute(module_, method, pattern, key, std::move(handler));
+    }
+
+private:
+    Server& server_;
+    ProviderModule* module_;
+};
+
+}  // namespace
+
+struct Server::Impl {
+    Counters& counters;
+    FaultInjector& faults;
+    std::vector<Route> routes;
+    std::unique_ptr<httplib::Server> http;
+    std::thread thread;
+    std::atomic<bool> stopping{false};
+    std::mutex waitMutex;
+    std::condition_variable waitCondition;
+
+    Impl(Counters& c, FaultInjector& f) : counters(c), faults(f) {}
+
+    const Route* match(const std::string& method, const std::string& path,
+                       std::vector<std::string>& captures) const {
+        const std::string wanted = method == "HEAD" ? "GET" : method;
+        for (const auto& route : routes) {
+            if (route.method != wanted) continue;
+            std::smatch m;
+            if (std::regex_match(path, m, route.pattern)) {
+                captures.clear();
+                for (std::size_t i = 1; i < m.size(); ++i) captures.push_back(m[i].str());
+                return &route;
+            }
+        }
+        return nullptr;
+    }
+
+    // Waits `ms`, or less when the server stops meanwhile.
+    void pause(int ms) {
+        std::unique_lock lock(waitMutex);
+        waitCondition.wait_for(lock, std::chrono::milliseconds(ms), [this] { return stopping.load(); });
+    }
+
+    enum class BodyRead { complete, cut, failed };
+
+    // Reads the request body into `request`, counting bytes; stops after `cutAt` bytes when
+    // that is not negative.
+    BodyRead readBody(const httplib::Request& raw, const httplib::ContentReader* reader, Request& request,
+                  std::int64_t cutAt, const std::string& key, const std::string& provider) {
+        std::int64_t received = 0;
+        bool cut = false;
+        bool ok = true;
+        auto take = [&](const char* data, std::size_t length, std::string& into) {
+            std::size_t keep = length;
+            if (cutAt >= 0 && received + static_cast<std::int64_t>(length) >= cutAt) {
+                keep = static_cast<std::size_t>(cutAt - received);
+                cut = true;
+            }
+            into.append(data, keep);
+            received += static_cast<std::int64_t>(keep);
+            return !cut;
+        };
+        if (reader && !requestHasBody(raw)) {
+            // No Content-Length and not chunked: no body (curl -X POST sends such requests).
+        } else if (!reader) {
+            std::string body;
+            take(raw.body.data(), raw.body.size(), body);
+            request.body = ByteBuffer::adopt(std::move(body));
+        } else if (raw.is_multipart_form_data()) {
+            ok = (*reader)(
+                [&](const httplib::MultipartFormData& header) {
+                    request.parts.push_back(FormPart{header.name, header.filename, header.content_type, {}});
+                    return true;
+                },
+                [&](const char* data, std::size_t length) {
+                    if (request.parts.empty()) return false;
+                    return take(data, length, request.parts.back().data);
+                });
+        } else {
+            std::string body;
+            const auto declared = raw.get_header_value("Content-Length");
+            if (!declared.empty() && declared.size() < 12) body.reserve(std::stoull(declared));
+            ok = (*reader)([&](const char* data, std::size_t length) { return take(data, length, body); });
+            request.body = ByteBuffer::adopt(std::move(body));
+        }
+        counters.received(key, provider, received);
+        if (cut) return BodyRead::cut;
+        return ok ? BodyRead::complete : BodyRead::failed;
+    }
+
+    void write(const Response& response, httplib::Response& raw, std::int64_t cutAt, const std::string& key,
+               const std::string& provider) {
+        raw.status = response.status;
+        for (const auto& [name, value] : response.headers) raw.set_header(name.c_str(), value.c_str());
+        if (response.body.empty()) {
+            if (!response.contentType.empty()) raw.set_header("Content-Type", response.contentType.c_str());
+            return;
+        }
+        // Streamed from the shared buffer: no copy, and a place to cut the answer short.
+        const ByteBuffer body = response.body;
+        Counters* stats = &counters;
+        raw.set_content_provider(
+            body.size(), response.contentType.empty() ? "application/octet-stream" : response.contentType,
+            [body, cutAt, stats, key, provider](std::size_t offset, std::size_t length, httplib::DataSink& sink) {
+                std::size_t end = std::min(offset + std::min<std::size_t>(length, 1 << 16), body.size());
+                if (cutAt >= 0 && end > static_cast<std::size_t>(cutAt)) end = static_cast<std::size_t>(cutAt);
+                if (end <= offset) return false;  // the cut: the library closes the connection
+                const auto* data = reinterpret_cast<const char*>(body.data()) + offset;
+                if (!sink.write(data, end - offset)) return false;
+                stats->sent(key, provider, static_cast<std::int64_t>(end - offset));
+                return true;
+            });
+    }
+
+    void injected(const FaultSpec& fault, ProviderModule* module, const Request& request, Response& response) {
+        if (!fault.body.empty()) {
+            response.text(fault.status, fault.body,
+                          fault.contentType.empty() ? guessContentType(fault.body) : fault.contentType);
+        } else if (module) {
+            module->faultResponse(fault, request, response);
+        } else {
+            response.text(fault.status, "Injected failure\n");
+        }
+        response.status = fault.status;
+        if (fault.retryAfterSeconds >= 0) response.setHeader("Retry-After", std::to_string(fault.retryAfterSeconds));
+    }
+
+    void handle(const httplib::Request& raw, httplib::Response& rawResponse, const httplib::ContentReader* reader) {
+        // Ranges are answered by the routes themselves.
+        const_cast<httplib::Request&>(raw).ranges.clear();
+
+        Request request;
+        request.method = raw.method;
+        request.path = raw.path;
+        request.target = raw.target;
+        for (const auto& [name, value] : raw.headers) request.headers.emplace(name, value);
+        for (const auto& [name, value] : raw.params) request.query.emplace(name, value);
+
+        const Route* route = match(raw.method, raw.path, request.captures);
+        const std::string key = route ? route->key : "unmatched";
+        ProviderModule* module = route ? route->module : nullptr;
+        const std::string provider = module ? module->name() : std::string();
+        request.routeKey = key;
+
+        counters.begin(key, provider);
+        int finalStatus = 0;
+        struct End {
+            Impl& self;
+            const std::string& key;
+            const std::string& provider;
+            int& status;
+            ~End() { self.counters.end(key, provider, status); }
+        } end{*this, key, provider, finalStatus};
+
+        Response response;
+        std::optional<FaultSpec> fault;
+        if (module) {
+            if (raw.has_header(kFaultHeader)) {
+                std::string error;
+                fault = FaultSpec::parse(raw.get_header_value(kFaultHeader), &error);
+                if (!fault) {
+                    readBody(raw, reader, request, -1, key, provider);
+                    response.text(400, std::string("Bad ") + kFaultHeader + " header: " + error + "\n");
+                    finalStatus = response.status;
+                    return write(response, rawResponse, -1, key, provider);
+                }
+            } else {
+                fault = faults.take(key, provider);
+            }
+            if (fault) counters.faultHit(key, provider);
+        }
+
+        if (fault && fault->delayMs > 0) pause(fault->delayMs);
+        if (fault && fault->drop) {
+            dropConnection(addressOf(raw));
+            return;
+        }
+        const bool hasBody = requestHasBody(raw);
+        std::int64_t cutRequestAt = -1, cutResponseAt = -1;
+        if (fault) {
+            if (fault->dropAfterBytes >= 0) (hasBody ? cutRequestAt : cutResponseAt) = fault->dropAfterBytes;
+            if (fault->dropResponseAfterBytes >= 0) cutResponseAt = fault->dropResponseAfterBytes;
+        }
+        switch (readBody(raw, reader, request, cutRequestAt, key, provider)) {
+            case BodyRead::complete: break;
+            case BodyRead::cut: dropConnection(addressOf(raw)); return;
+            case BodyRead::failed: return;  // the client went away mid-body: nothing is processed
+        }
+
+        if (!route) {
+            response.text(404, "No sandbox route for " + raw.method + " " + raw.path + "\n");
+        } else {
+            if (fault && fault->expireToken) {
+                if (const auto token = request.bearerToken()) module->tokens().expireAccessTokens({}, *token);
+            }
+            if (fault && fault->quotaFull) request.quotaFull = true;
+            if (fault && fault->status) {
+                injected(*fault, module, request, response);
+            } else {
+                try {
+                    route->handler(request, response);
+                } catch (const std::exception& e) {
+                    response = Response{};
+                    response.text(500, std::string("Sandbox failure: ") + e.what() + "\n");
+                } catch (...) {
+                    response = Response{};
+                    response.text(500, "Sandbox failure\n");
+                }
+            }
+            if (module) module->decorateResponse(request, response);
+        }
+        finalStatus = response.status;
+        write(response, rawResponse, cutResponseAt, key, provider);
+    }
+};
+
+Server::Server(Counters& counters, FaultInjector& faults) : impl_(std::make_unique<Impl>(counters, faults)) {}
+
+Server::~Server() { stop(); }
+
+void Server::addRoute(ProviderModule* module, const std::string& method, const std::string& pattern,
+                      const std::string& key, Handler handler) {
+    impl_->routes.push_back(Route{module, method, std::regex(pattern), key, std::move(handler)});
+}
+
+std::unique_ptr<Router> Server::routerFor(ProviderModule* module) {
+    return std::make_unique<ModuleRouter>(*this, module);
+}
+
+std::vector<std::string> Server::routeKeys(const std::string& provider) const {
+    std::vector<std::string> out;
+    for (const auto& route : impl_->routes) {
+        if (!route.module) continue;
+        if (!provider.empty() && route.module->name() != provider) continue;
+        if (std::find(out.begin(), out.end(), route.key) == out.end()) out.push_back(route.key);
+    }
+    return out;
+}
+
+bool Server::start(const std::string& host, int port, std::string& error) {
+    if (impl_->http) {
+        error = "the sandbox is already running";
+        return false;
+    }
+    auto http = std::make_unique<httplib::Server>();
+    // Idle keep-alive connections hold a worker each; leave room for many clients.
+    http->new_task_queue = [] { return new httplib::ThreadPool(48); };
+    http->set_keep_alive_max_count(1000);
+    http->set_keep_alive_timeout(5);
+    http->set_read_timeout(30);
+    http->set_write_timeout(30);
+    // Address reuse only: the library's default also sets SO_REUSEPORT, which would let a
+    // second sandbox share the port and split the traffic silently.
+    http->set_socket_options([](socket_t sock) {
+        int yes = 1;
+        setsockopt(sock, SOL_SOCKET, SO_REUSEADDR, reinterpret_cast<const char*>(&yes), sizeof yes);
+    });
+    Impl* impl = impl_.get();
+    auto plain = [impl](const httplib::Request& q, httplib::Response& r) { impl->handle(q, r, nullptr); };
+    auto streamed = [impl](const httplib::Request& q, httplib::Response& r, const httplib::ContentReader& c) {
+        impl->handle(q, r, &c);
+    };
+    http->Get(".*", plain);
+    http->Options(".*", plain);
+    http->Post(".*", streamed);
+    http->Put(".*", streamed);
+    http->Patch(".*", streamed);
+    http->Delete(".*", streamed);
+
+    int bound = port;
+    if (port == 0) {
+        bound = http->bind_to_any_port(host);
+        if (bound <= 0) {
+            error = "cannot listen on " + host + " (no free port?)";
+            return false;
+        }
+    } else if (!http->bind_to_port(host, port)) {
+        error = "cannot listen on " + host + ":" + std::to_string(port) + " (in use, or not a local address)";
+        return false;
+    }
+    port_ = bound;
+    impl_->stopping = false;
+    httplib::Server* raw = http.get();
+    impl_->http = std::move(http);
+    impl_->thread = std::thread([raw] { raw->listen_after_bind(); });
+    // The library ignores stop() until its loop runs; wait for that, so a quick stop works.
+    for (int i = 0; i < 10000 && !raw->is_running(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    return true;
+}
+
+void Server::stop() {
+    if (!impl_->http) return;
+    {
+        std::lock_guard lock(impl_->waitMutex);
+        impl_->stopping = true;
+    }
+    impl_->waitCondition.notify_all();
+    impl_->http->stop();
+    if (impl_->thread.joinable()) impl_->thread.join();
+    impl_->http.reset();
+}
+
+bool Server::running() const { return impl_->http != nullptr; }
+
+}  // namespace vxcloud::sandbox
