@@ -117,7 +117,11 @@ int main(int argc, char** argv) {
         if (arg == "--help" || arg == "-h") {
             usage(stdout);
             return 0;
-        } else if (arg == "--port" && next(value) && parsePort(value, port)) {
+        } else if (arg == "--port") {
+            if (!next(value) || !parsePort(value, port)) {
+                std::fprintf(stderr, "vxcloud-sandbox: --port needs a number from 0 to 65535\n");
+                return 2;
+            }
         } else if (arg == "--host" && next(value)) {
             host = value;
         } else if (arg == "--allow-remote") {

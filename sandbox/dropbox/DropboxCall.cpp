@@ -202,13 +202,14 @@ void DropboxModule::dispatch(Style style, const std::string& name, const std::st
                                                                                   : "invalid_access_token");
             throw Failure{401, envelope(error), {}};
         }
-        if (!check.scope.empty() && (" " + check.scope + " ").find(" " + scope + " ") == std::string::npos) {
+        if (!scope.empty() && !check.scope.empty() && (" " + check.scope + " ").find(" " + scope + " ") == std::string::npos) {
             throw Failure{401, envelope({{".tag", "missing_scope"}, {"required_scope", scope}}), {}};
         }
         const auto account = findAccount(check.accountId);
         if (!account) throw Failure{401, envelope(tag("invalid_access_token")), {}};
 
         // The argument, in the place and encoding the endpoint style prescribes.
+        const bool rejectNonAscii = currentSettings().rejectNonAsciiArg;
         const std::string contentType = request.headerOr("Content-Type");
         const std::string media = request.mediaType();
         auto badContentType = [&](const std::string& expected) {
@@ -247,7 +248,7 @@ void DropboxModule::dispatch(Style style, const std::string& name, const std::st
                 text = *header;
                 const bool nonAscii = std::any_of(text.begin(), text.end(),
                                                   [](char c) { return static_cast<unsigned char>(c) >= 0x7F; });
-                if (nonAscii && settings_.rejectNonAsciiArg) badRequest(name, where + ": could not decode input as JSON");
+                if (nonAscii && rejectNonAscii) badRequest(name, where + ": could not decode input as JSON");
             } else if (const auto query = request.queryParam("arg")) {
                 where = "URL parameter \"arg\"";
                 text = *query;

@@ -142,7 +142,7 @@ void DropboxModule::registerAccountRoutes(Router& router) {
     });
 
     // Revoking the access token also ends its refresh token and its siblings.
-    route(router, Style::rpc, "auth/token/revoke", "account_info.read", true, [this](Call& call) {
+    route(router, Style::rpc, "auth/token/revoke", "", true, [this](Call& call) {
         tokens().revokeAccessToken(call.request.bearerToken().value_or(""));
         call.response.json(200, nullptr);
     });

@@ -148,7 +148,13 @@ void OAuthEndpoints::token(Request& request, Response& response) {
     std::string clientId = form["client_id"];
     if (const auto auth = request.header("Authorization"); auth && auth->rfind("Basic ", 0) == 0) {
         const std::string decoded = base64Decode(auth->substr(6));
-        clientId = decoded.substr(0, decoded.find(':'));
+        const auto colon = decoded.find(':');
+        clientId = urlDecode(decoded.substr(0, colon));
+        if (colon != std::string::npos) form["client_secret"] = urlDecode(decoded.substr(colon + 1));
+    }
+    form["client_id"] = clientId;
+    if (hooks_.checkClient) {
+        if (const auto error = hooks_.checkClient(form)) return oauthError(response, *error);
     }
     const std::string grantType = form["grant_type"];
     TokenGrant grant;

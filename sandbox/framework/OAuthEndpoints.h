@@ -13,6 +13,8 @@
 //           without a redirect_uri, a page showing the code
 //   POST <token> (application/x-www-form-urlencoded)
 #include <functional>
+#include <map>
+#include <optional>
 #include <nlohmann/json.hpp>
 #include <string>
 
@@ -32,6 +34,9 @@ struct OAuthHooks {
     std::function<void(nlohmann::json&, const IssuedTokens&, bool refreshGrant)> decorateToken;
     // Adds the provider's fields to a token error (error_codes, ...).
     std::function<void(nlohmann::json&, const OAuthError&)> decorateError;
+    // Checks the client's credentials on the token endpoint (Box wants a client_secret);
+    // `form` is the request's form, with a Basic-auth secret as "client_secret".
+    std::function<std::optional<OAuthError>(const std::map<std::string, std::string>& form)> checkClient;
     std::string denyDescription = "The user denied access";
 };
 

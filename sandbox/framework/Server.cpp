@@ -125,7 +125,9 @@ struct Server::Impl {
         } else {
             std::string body;
             const auto declared = raw.get_header_value("Content-Length");
-            if (!declared.empty() && declared.size() < 12) body.reserve(std::stoull(declared));
+            if (!declared.empty() && declared.size() < 12) {
+                body.reserve(std::min<std::size_t>(std::stoull(declared), std::size_t{256} << 20));
+            }
             ok = (*reader)([&](const char* data, std::size_t length) { return take(data, length, body); });
             request.body = ByteBuffer::adopt(std::move(body));
         }
