@@ -67,13 +67,10 @@ void VXCloudTask::setExistingFileUploadStatus(const JsonBox& uploadStatus) {
     threadSafeQueue_->syncBarrier([&] { existingFileUploadStatus_ = uploadStatus; });
 }
 
-JsonBox VXCloudTask::existingRecordFor(const VXCloudAccount& account, bool withDocumentId) const {
-    JsonBox found;
-    threadSafeQueue_->sync([&] {
-        if (const Json* record = records::find(existingFileUploadStatus_, account, withDocumentId))
-            found = *record;
-    });
-    return found;
+JsonBox VXCloudTask::earlierRecordFor(const JsonBox& uploadStatus, const VXCloudAccount& account,
+                                      bool withDocumentId) {
+    if (const Json* record = records::find(uploadStatus, account, withDocumentId)) return *record;
+    return {};
 }
 
 void VXCloudTask::enterAccount() {
@@ -194,8 +191,8 @@ Json VXCloudTask::upload(const std::string& filename, const std::optional<ByteBu
             DispatchQueue::global(QoS::background)
                 ->async([self = shared_from_this(), account, filename, data = *data,
                          parentFolder = std::move(parentFolder), overwriteExistingFile,
-                         compareLocalHash] {
-                    self->uploadToAccount(account, filename, data, parentFolder,
+                         compareLocalHash, earlier = earlierRecordFor(uploadStatus, *account, false)] {
+                    self->uploadToAccount(account, filename, data, parentFolder, earlier,
                                           overwriteExistingFile, compareLocalHash);
                 });
         }
@@ -209,7 +206,8 @@ Json VXCloudTask::upload(const std::string& filename, const std::optional<ByteBu
 void VXCloudTask::uploadToAccount(const std::shared_ptr<VXCloudAccount>& account,
                                   const std::string& filename, const ByteBuffer& data,
                                   const std::shared_ptr<VXCloudFile>& parentFolder,
-                                  bool overwriteExistingFile, bool compareLocalHash) {
+                                  const JsonBox& earlierRecord, bool overwriteExistingFile,
+                                  bool compareLocalHash) {
     const bool queued = task::guarded("preparing an upload", [&] {
         auto session = initCloudSession(account);
         if (!session) {
@@ -222,7 +220,8 @@ void VXCloudTask::uploadToAccount(const std::shared_ptr<VXCloudAccount>& account
             if (auto hash = VXCloudFileHasher::hash(data, task::serviceOf(*session, *account)))
                 file->localVersion = std::move(*hash);
         }
-        if (auto older = existingRecordFor(*account, false)) file->fileUploadStatus = std::move(older);
+        // What was stored before (name, version), for the session to compare with.
+        file->fileUploadStatus = earlierRecord;
         auto operation = std::make_shared<UploadOperation>(std::move(session), shared_from_this(),
                                                            std::move(file), parentFolder,
                                                            overwriteExistingFile);

@@ -64,9 +64,10 @@ Json VXCloudTask::rename(const std::string& newFilename, const JsonBox& uploadSt
             ++started;
             DispatchQueue::global()->async([self = shared_from_this(), account, newFilename,
                                             uploadFolder = std::move(uploadFolder),
-                                            overwriteExistingFile, createPDFBlock] {
-                self->renameOnAccount(account, newFilename, uploadFolder, overwriteExistingFile,
-                                      createPDFBlock);
+                                            overwriteExistingFile, createPDFBlock,
+                                            matched = earlierRecordFor(uploadStatus, *account, true)] {
+                self->renameOnAccount(account, newFilename, uploadFolder, matched,
+                                      overwriteExistingFile, createPDFBlock);
             });
         }
         if (started > 0) notifyWhenAllAnswered(fileIdentifier);
@@ -77,7 +78,8 @@ Json VXCloudTask::rename(const std::string& newFilename, const JsonBox& uploadSt
 void VXCloudTask::renameOnAccount(const std::shared_ptr<VXCloudAccount>& account,
                                   const std::string& newFilename,
                                   const std::shared_ptr<VXCloudFile>& uploadFolder,
-                                  bool overwriteExistingFile, const CreatePDFBlock& createPDFBlock) {
+                                  const JsonBox& matched, bool overwriteExistingFile,
+                                  const CreatePDFBlock& createPDFBlock) {
     std::shared_ptr<VXCloudSession> session;
     std::shared_ptr<VXCloudFile> file;
     const bool ok = task::guarded("starting a rename on an account", [&] {
@@ -86,7 +88,6 @@ void VXCloudTask::renameOnAccount(const std::shared_ptr<VXCloudAccount>& account
             fileRecord(records::noSession(*account), *account);
             return;
         }
-        const JsonBox matched = existingRecordFor(*account, true);
         if (!matched) {
             // No record names the stored document: the account is left unanswered, and the
             // task never posts. Hosts always pass the records of an uploaded document.

@@ -11,6 +11,7 @@
 #include "vxcloud/model/VXCloudAccount.h"
 #include "vxcloud/platform/Log.h"
 #include "vxcloud/sessions/VXCloudDropboxSession.h"
+#include "vxcloud/sessions/VXCloudGoogleDriveSession.h"
 #include "vxcloud/sessions/VXCloudWebDAVSession.h"
 
 namespace vxcloud {
@@ -18,7 +19,7 @@ namespace {
 
 std::shared_ptr<VXCloudSession> builtInSession(const std::shared_ptr<VXCloudAccount>& account) {
     switch (account->cloudService) {
-        case VXCloudService::googleDrive: return nullptr;
+        case VXCloudService::googleDrive: return VXCloudGoogleDriveSession::initWithCloudAccount(account);
         case VXCloudService::dropbox: return VXCloudDropboxSession::initWithCloudAccount(account);
         case VXCloudService::oneDrive: return nullptr;
         case VXCloudService::oneNote: return nullptr;
@@ -45,16 +46,13 @@ std::shared_ptr<const CloudSessionFactory> currentOverride() {
     return o.factory;
 }
 
-// Installed when this file is linked in (anything that can make sessions links it).
-[[maybe_unused]] const bool kInstalled = (installCloudSessionFactory(), true);
-
-}  // namespace
-
-std::shared_ptr<VXCloudSession> initCloudSession(const std::shared_ptr<VXCloudAccount>& account) {
+// A session from `make`, or none: a factory that throws makes no session.
+template <typename Make>
+std::shared_ptr<VXCloudSession> guardedMake(const Make& make,
+                                            const std::shared_ptr<VXCloudAccount>& account) noexcept {
     if (!account) return nullptr;
     try {
-        if (auto factory = currentOverride()) return (*factory)(account);
-        return builtInSession(account);
+        return make(account);
     } catch (const std::exception& e) {
         log::error("sessions", std::string("making a session failed: ") + e.what());
     } catch (...) {
@@ -63,16 +61,18 @@ std::shared_ptr<VXCloudSession> initCloudSession(const std::shared_ptr<VXCloudAc
     return nullptr;
 }
 
+// Installed when this file is linked in (anything that can make sessions links it).
+[[maybe_unused]] const bool kInstalled = (installCloudSessionFactory(), true);
+
+}  // namespace
+
+std::shared_ptr<VXCloudSession> initCloudSession(const std::shared_ptr<VXCloudAccount>& account) {
+    const auto factory = currentOverride();
+    return factory ? guardedMake(*factory, account) : guardedMake(builtInSession, account);
+}
+
 std::shared_ptr<VXCloudSession> builtInCloudSession(const std::shared_ptr<VXCloudAccount>& account) {
-    if (!account) return nullptr;
-    try {
-        return builtInSession(account);
-    } catch (const std::exception& e) {
-        log::error("sessions", std::string("making a session failed: ") + e.what());
-    } catch (...) {
-        log::error("sessions", "making a session failed");
-    }
-    return nullptr;
+    return guardedMake(builtInSession, account);
 }
 
 void setCloudSessionFactoryOverride(CloudSessionFactory factory) {

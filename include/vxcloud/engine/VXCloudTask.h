@@ -119,9 +119,11 @@ private:
                            std::optional<ReachabilityStatus>& reachability);
 
     void setExistingFileUploadStatus(const JsonBox& uploadStatus);
-    // The host's record for this account, when it passed one; with `withDocumentId`, only
-    // one that names the stored document.
-    JsonBox existingRecordFor(const VXCloudAccount& account, bool withDocumentId) const;
+    // The host's record for this account among `uploadStatus`, when it passed one; with
+    // `withDocumentId`, only one that names the stored document. Looked up on the caller's
+    // thread and handed to the account's step.
+    static JsonBox earlierRecordFor(const JsonBox& uploadStatus, const VXCloudAccount& account,
+                                    bool withDocumentId);
     // Counts one more account as outstanding.
     void enterAccount();
     // Arranges the completion step on the main queue for when every account has answered.
@@ -130,9 +132,10 @@ private:
 
     void uploadToAccount(const std::shared_ptr<VXCloudAccount>& account, const std::string& filename,
                          const ByteBuffer& data, const std::shared_ptr<VXCloudFile>& parentFolder,
-                         bool overwriteExistingFile, bool compareLocalHash);
+                         const JsonBox& earlierRecord, bool overwriteExistingFile,
+                         bool compareLocalHash);
     void renameOnAccount(const std::shared_ptr<VXCloudAccount>& account, const std::string& newFilename,
-                         const std::shared_ptr<VXCloudFile>& uploadFolder,
+                         const std::shared_ptr<VXCloudFile>& uploadFolder, const JsonBox& matched,
                          bool overwriteExistingFile, const CreatePDFBlock& createPDFBlock);
 
     // Files a record for the account (always inside a barrier block on threadSafeQueue).
