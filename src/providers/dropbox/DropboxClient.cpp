@@ -249,6 +249,28 @@ Result<std::string> DropboxClient::getCurrentAccount() {
     });
 }
 
+Result<FullAccount> DropboxClient::getFullAccount() {
+    Request request;
+    request.route = "users/get_current_account";
+    request.arg = nullptr;
+    return readAnswer<FullAccount>(send(request), request.route, [&](const json& body) {
+        const auto text = [&](const json& object, const char* key) -> std::optional<std::string> {
+            if (!object.is_object()) return std::nullopt;
+            auto it = object.find(key);
+            if (it == object.end() || !it->is_string()) return std::nullopt;
+            return it->get<std::string>();
+        };
+        auto id = text(body, "account_id");
+        auto email = text(body, "email");
+        if (!id || id->empty() || !email) {
+            return Result<FullAccount>::failure(malformedAnswer(request.route, "no account_id or email"));
+        }
+        FullAccount account{*id, *email, {}};
+        if (body.contains("name")) account.displayName = text(body["name"], "display_name").value_or("");
+        return Result<FullAccount>::success(std::move(account));
+    });
+}
+
 Result<ListFolderResult> DropboxClient::listFolder(const std::string& path) {
     Request request;
     request.route = "files/list_folder";

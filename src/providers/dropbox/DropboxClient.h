@@ -104,6 +104,13 @@ struct MoveBatchJobStatus {
     std::vector<RelocationBatchEntry> entries;  // when complete
 };
 
+// Who signed in, from users/get_current_account.
+struct FullAccount {
+    std::string accountId;
+    std::string email;
+    std::string displayName;  // name.display_name; may be empty
+};
+
 struct DownloadResult {
     Metadata metadata;
     ByteBuffer data;
@@ -148,6 +155,8 @@ public:
 
     // users/get_current_account: the account id.
     Result<std::string> getCurrentAccount();
+    // users/get_current_account: the account id, e-mail and display name.
+    Result<FullAccount> getFullAccount();
     // files/list_folder (not recursive, mounted folders and non-downloadable files included).
     Result<ListFolderResult> listFolder(const std::string& path);
     Result<ListFolderResult> listFolderContinue(const std::string& cursor);

@@ -1,0 +1,130 @@
+#include "auth/GoogleAuthFlow.h"
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+
+#include "auth/Pkce.h"
+#include "vxcloud/model/VXCloudAccount.h"
+#include "vxcloud/platform/Http.h"
+#include "vxcloud/sessions/VXCloudServiceConfig.h"
+
+namespace vxcloud::auth {
+namespace {
+
+constexpr VXCloudService kService = VXCloudService::googleDrive;
+
+struct Identity {
+    std::string userId;
+    std::string email;
+};
+
+struct IdentityResult {
+    std::optional<Identity> identity;
+    std::optional<VXCloudAuthResult> failure;
+};
+
+IdentityResult failed(ErrorCode code, const std::string& message) {
+    return IdentityResult{std::nullopt, signInError(code, message)};
+}
+
+std::optional<std::string> text(const Json& object, const char* key) {
+    auto it = object.find(key);
+    if (it == object.end() || !it->is_string() || it->get<std::string>().empty()) return std::nullopt;
+    return it->get<std::string>();
+}
+
+IdentityResult fromClaims(const Json& claims, const char* source) {
+    auto sub = text(claims, "sub");
+    auto email = text(claims, "email");
+    if (!sub || !email) {
+        return failed(ErrorCode::fileUpload, std::string("Google's ") + source + " names no user id or e-mail.");
+    }
+    return IdentityResult{Identity{*sub, *email}, std::nullopt};
+}
+
+// The id_token came straight from the token endpoint, so its signature need not be
+// checked (OpenID Connect Core §3.1.3.7); it must still have been issued to this app.
+IdentityResult fromIdToken(const std::string& idToken, const std::string& clientId) {
+    const auto first = idToken.find('.');
+    const auto second = first == std::string::npos ? std::string::npos : idToken.find('.', first + 1);
+    if (second == std::string::npos) return failed(ErrorCode::fileUpload, "Google's id_token is malformed.");
+    const auto payload = base64UrlDecode(std::string_view(idToken).substr(first + 1, second - first - 1));
+    const Json claims = payload ? Json::parse(*payload, nullptr, false) : Json();
+    if (!claims.is_object()) return failed(ErrorCode::fileUpload, "Google's id_token is malformed.");
+    if (auto aud = claims.find("aud"); aud != claims.end()) {
+        const bool ours = aud->is_string() ? aud->get<std::string>() == clientId
+                                           : aud->is_array() && std::find(aud->begin(), aud->end(), clientId) != aud->end();
+        if (!ours) return failed(ErrorCode::authentication, "Google's id_token was issued to another app.");
+    }
+    return fromClaims(claims, "id_token");
+}
+
+IdentityResult fromUserInfo(const std::string& accessToken) {
+    const VXCloudServiceEndpoints endpoints = VXCloudServiceConfig::endpoints(kService);
+    const auto configured = endpoints.extra.find(kUserInfoEndpointKey);
+    HttpRequest request;
+    request.url = configured != endpoints.extra.end() ? configured->second : kGoogleUserInfoUrl;
+    request.headers.set("Authorization", "Bearer " + accessToken);
+    request.headers.set("Accept", "application/json");
+    const HttpResponse response = HttpClient::shared()->perform(request, RetryPolicy::standard(3));
+    if (response.transportFailed()) {
+        return failed(ErrorCode::connection, "Google's userinfo endpoint could not be reached: " + response.errorMessage);
+    }
+    if (!response.ok()) {
+        const ProviderError error = ProviderError::fromGoogleResponse(response.status, response.body);
+        return failed(classifySignInError(kService, error), "Google did not name the signed-in user: " + error.message);
+    }
+    const Json claims = Json::parse(response.body, nullptr, false);
+    if (!claims.is_object()) return failed(ErrorCode::fileUpload, "Google's userinfo answer is not JSON.");
+    return fromClaims(claims, "userinfo answer");
+}
+
+VXCloudAuthResult finishGoogle(const GrantedTokens& granted, const std::string& clientId) {
+    const auto idToken = text(granted.answer, "id_token");
+    IdentityResult identified = idToken ? fromIdToken(*idToken, clientId) : fromUserInfo(granted.token.accessToken);
+    if (!identified.identity) return *identified.failure;
+
+    auto account = std::make_shared<VXCloudAccount>(identified.identity->userId, identified.identity->email, kService);
+    // The Drive session reads the authorisation under the account's key.
+    if (!saveGrantedToken(kService, account->key(), granted.token)) {
+        return signInError(ErrorCode::fileUpload, "The Google token could not be stored in the secure store.");
+    }
+    return linkedAccount(std::move(account));
+}
+
+}  // namespace
+
+std::vector<std::string> googleScopes(const std::vector<std::string>& requested) {
+    std::vector<std::string> scopes;
+    for (const char* identity : {"openid", "email"}) {
+        if (std::find(requested.begin(), requested.end(), identity) == requested.end()) scopes.emplace_back(identity);
+    }
+    if (requested.empty()) {
+        scopes.emplace_back(kGoogleDefaultScope);
+    } else {
+        scopes.insert(scopes.end(), requested.begin(), requested.end());
+    }
+    return scopes;
+}
+
+std::shared_ptr<OAuth2Flow> makeGoogleFlow(const VXCloudGoogleDriveInfo& info, std::chrono::milliseconds timeLimit,
+                                           OAuth2Flow::Completion completion) {
+    const VXCloudServiceEndpoints endpoints = VXCloudServiceConfig::endpoints(kService);
+    OAuth2Request request;
+    request.service = kService;
+    request.serviceName = "Google Drive";
+    request.authorizeUrl = endpoints.authorizeUrl;
+    request.tokenUrl = endpoints.tokenUrl;
+    request.clientId = info.clientId;
+    request.clientSecret = info.clientSecret ? info.clientSecret : VXCloudServiceConfig::credentials(kService).clientSecret;
+    request.scopes = googleScopes(info.scopes);
+    request.extraParameters = {{"access_type", "offline"}, {"prompt", "consent"}};
+    request.redirectUrl = info.redirectURL;
+    request.timeLimit = timeLimit;
+    const std::string clientId = info.clientId;
+    return OAuth2Flow::create(
+        std::move(request), [clientId](const GrantedTokens& granted) { return finishGoogle(granted, clientId); },
+        std::move(completion));
+}
+
+}  // namespace vxcloud::auth

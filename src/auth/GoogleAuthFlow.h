@@ -1,0 +1,28 @@
+#pragma once
+// Google's sign-in for installed apps: loopback redirect, PKCE, the Desktop client's
+// secret, offline access with a fresh consent (so a refresh token is issued again when an
+// account is linked anew). The user is named by the OpenID id_token (its "sub" and
+// "email"), or by the userinfo endpoint when no id_token came; the tokens are stored under
+// "VX_Google_Drive_" + that id, where the Drive client reads them.
+#include <chrono>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "auth/OAuth2Flow.h"
+#include "vxcloud/auth/VXCloudAuthInfo.h"
+
+namespace vxcloud::auth {
+
+inline constexpr const char* kGoogleDefaultScope = "https://www.googleapis.com/auth/drive.file";
+inline constexpr const char* kGoogleUserInfoUrl = "https://openidconnect.googleapis.com/v1/userinfo";
+// The endpoints' `extra` key of the userinfo endpoint.
+inline constexpr const char* kUserInfoEndpointKey = "userinfo";
+
+// The scopes asked for: the host's (or per-file Drive access), plus "openid" and "email".
+std::vector<std::string> googleScopes(const std::vector<std::string>& requested);
+
+std::shared_ptr<OAuth2Flow> makeGoogleFlow(const VXCloudGoogleDriveInfo& info, std::chrono::milliseconds timeLimit,
+                                           OAuth2Flow::Completion completion);
+
+}  // namespace vxcloud::auth

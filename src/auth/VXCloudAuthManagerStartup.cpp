@@ -1,0 +1,131 @@
+// The manager's work with sessions: the start-up check of the stored accounts and the
+// settings download. Sessions are kept in pendingSessions until they answer, since
+// nothing else holds them.
+#include <nlohmann/json.hpp>
+
+#include "auth/AuthManagerState.h"
+#include "vxcloud/engine/VXCloudSessionFactory.h"
+#include "vxcloud/model/VXCloudAccount.h"
+#include "vxcloud/model/VXCloudError.h"
+#include "vxcloud/model/VXCloudFile.h"
+#include "vxcloud/model/VXCloudUserDefaults.h"
+#include "vxcloud/platform/Log.h"
+
+namespace vxcloud {
+namespace {
+
+// False when the call threw.
+template <typename Call>
+bool guarded(const char* what, Call&& call) {
+    try {
+        call();
+        return true;
+    } catch (const std::exception& e) {
+        log::error("auth", std::string(what) + " threw: " + e.what());
+    } catch (...) {
+        log::error("auth", std::string(what) + " threw");
+    }
+    return false;
+}
+
+bool stillStored(const VXCloudAccount& account) {
+    const auto stored = VXCloudUserDefaults::loadAccounts({account.cloudService});
+    if (!stored) return false;
+    const std::string key = account.key();
+    for (const auto& candidate : *stored) {
+        if (candidate->key() == key) return true;
+    }
+    return false;
+}
+
+// Saves the checked account, unless it was unlinked while its session was asked.
+void saveChecked(const VXCloudAccount& account) {
+    if (!stillStored(account)) return;
+    if (!VXCloudUserDefaults::saveCloudAccount(account)) {
+        log::warning("auth", "the start-up check could not save a " + account.accountType() + " account");
+    }
+}
+
+// What the start-up check still waits for; touched only on the check's serial queue.
+struct StartupCheck {
+    std::size_t outstanding = 1;  // the walk over the accounts itself
+    std::function<void()> completion;
+
+    void oneDone() {
+        if (--outstanding == 0 && completion) guarded("the start-up check's completion", completion);
+    }
+};
+
+}  // namespace
+
+void VXCloudAuthManager::postSetup(std::function<void()> completion) {
+    auto self = shared_from_this();
+    state_->postSetupQueue->async([self, completion = std::move(completion)]() mutable {
+        State& state = *self->state_;
+        auto check = std::make_shared<StartupCheck>();
+        check->completion = std::move(completion);
+        for (const auto& account : VXCloudUserDefaults::loadAllAccounts(false)) {
+            auto session = initCloudSession(account);
+            if (!session) {
+                account->error = std::make_shared<VXCloudError>(ErrorCode::authentication);
+                saveChecked(*account);
+                continue;
+            }
+            ++check->outstanding;
+            state.keep(session);
+            const VXCloudSession* raw = session.get();
+            std::weak_ptr<VXCloudAuthManager> weak = self;
+            const bool asked = guarded("asking a session whether it is authorised", [&] {
+                session->isAuthorizedWithCompletion([weak, raw, account, check](bool authorized) {
+                    auto manager = weak.lock();
+                    if (!manager) return;
+                    // Back on the check's queue: one account is saved at a time.
+                    manager->state_->postSetupQueue->async([manager, raw, account, check, authorized] {
+                        if (!authorized) account->error = std::make_shared<VXCloudError>(ErrorCode::authentication);
+                        saveChecked(*account);
+                        manager->state_->release(raw);
+                        check->oneDone();
+                    });
+                });
+            });
+            if (!asked) {
+                // It will not answer: count it as not authorised.
+                account->error = std::make_shared<VXCloudError>(ErrorCode::authentication);
+                saveChecked(*account);
+                state.release(raw);
+                check->oneDone();
+            }
+        }
+        check->oneDone();
+    });
+}
+
+void VXCloudAuthManager::downloadSettingsFile(
+    std::shared_ptr<VXCloudAccount> cloudAccount,
+    std::function<void(JsonBox settings, std::shared_ptr<VXCloudError> error)> completionHandler) {
+    auto finish = [completionHandler](JsonBox settings, std::shared_ptr<VXCloudError> error) {
+        if (completionHandler) {
+            guarded("the settings completion", [&] { completionHandler(std::move(settings), std::move(error)); });
+        }
+    };
+    auto session = initCloudSession(cloudAccount);
+    if (!session) return finish({}, std::make_shared<VXCloudError>(ErrorCode::authentication));
+    state_->keep(session);
+    const VXCloudSession* raw = session.get();
+    std::weak_ptr<VXCloudAuthManager> weak = weak_from_this();
+    session->downloadSettingsFileWithCompletionHandler(
+        [weak, raw, finish](std::shared_ptr<VXCloudFile> file, std::shared_ptr<VXCloudError> error) {
+            // Let go of the session after it has returned from this callback.
+            if (auto manager = weak.lock()) {
+                DispatchQueue::global()->async([manager, raw] { manager->state_->release(raw); });
+            }
+            if (error) return finish({}, std::move(error));
+            if (!file || !file->fileData) return finish({}, std::make_shared<VXCloudError>(ErrorCode::missingFolder));
+            const auto bytes = file->fileData->view();
+            Json settings = Json::parse(bytes.begin(), bytes.end(), nullptr, false);
+            if (!settings.is_object()) return finish({}, std::make_shared<VXCloudError>(ErrorCode::missingFolder));
+            finish(std::move(settings), nullptr);
+        });
+}
+
+}  // namespace vxcloud
