@@ -1,9 +1,51 @@
-// Placeholder host until the command-line application lands: proves the library links.
-#include <cstdio>
+// vxcloud: the command-line host application. It links accounts, keeps their settings and
+// upload folders, uploads documents to every eligible account, renames and moves them, and
+// keeps each document's upload status records.
+#include <CLI/CLI.hpp>
+#include <exception>
+#include <iostream>
+
+#include "CliError.h"
+#include "Commands.h"
+#include "Output.h"
 
 int main(int argc, char** argv) {
-    (void)argc;
-    (void)argv;
-    std::puts("vxcloud: the command-line host is not built yet.");
-    return 0;
+    using namespace vxcloud::cli;
+
+    CLI::App app{"vxcloud: upload scanned documents to your cloud accounts, and keep track of them.\n"
+                 "Start with `vxcloud demo`, which shows everything on a local sandbox.",
+                 "vxcloud"};
+    app.require_subcommand(1);
+    app.set_help_all_flag("--help-all", "Show the help of every command");
+    app.footer("Run `vxcloud COMMAND --help` for a command's options.\n"
+               "State lives in $XDG_CONFIG_HOME/vxcloud (preferences, credentials.json) and\n"
+               "$XDG_DATA_HOME/vxcloud (records.sqlite3, secure-store.json).\n"
+               "Exit status: 0 when everything succeeded, 1 when something did not, 2 for wrong input.");
+
+    CommonOptions common;
+    Action action;
+    CommandLine line{app, common, action};
+    addAccountCommands(line);
+    addWebDAVCommand(line);
+    addFolderCommand(line);
+    addDocumentCommands(line);
+    addHashCommand(line);
+    addSandboxCommand(line);
+    addDemoCommand(line);
+
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& e) {
+        const int status = app.exit(e);
+        return status == 0 ? kExitOk : kExitUsage;
+    }
+    try {
+        return action ? action() : kExitUsage;
+    } catch (const CliError& e) {
+        warn(e.what());
+        return e.exitStatus();
+    } catch (const std::exception& e) {
+        warn(std::string("unexpected failure: ") + e.what());
+        return kExitFailed;
+    }
 }

@@ -1,0 +1,52 @@
+#pragma once
+// How the host names linked accounts on the command line, and the few rules it keeps
+// about them (which may upload automatically, and why not).
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "vxcloud/model/VXCloudAccount.h"
+#include "vxcloud/model/VXCloudUserDefaults.h"
+
+namespace vxcloud::cli {
+
+using AccountList = VXCloudUserDefaults::AccountList;
+
+// Every linked account, in the store's order (service, then e-mail).
+AccountList linkedAccounts();
+
+// "Dropbox:ada@example.com"; WebDAV accounts add their label or server.
+std::string accountLabel(const VXCloudAccount& account);
+
+// Finds one account from what a person typed: its number in `vxcloud accounts`, its key,
+// SERVICE:EMAIL, its e-mail or its display name. Throws CliError (listing the candidates)
+// when nothing or more than one account matches.
+std::shared_ptr<VXCloudAccount> resolveAccount(const std::string& reference);
+AccountList resolveAccounts(const std::vector<std::string>& references);
+
+// A service from its type word ("google_drive") or a friendlier spelling ("google-drive",
+// "gdrive", "Dropbox", "webdav").
+std::optional<VXCloudService> parseService(const std::string& text);
+std::string serviceWords();  // "google_drive, dropbox, ..." for help texts
+
+// Why the account can never upload automatically in this host, or nothing when it can.
+std::optional<std::string> autoUploadRefusal(const VXCloudAccount& account);
+
+// The account's upload folder path ("/Scans"), or nothing when none is set.
+std::optional<std::string> uploadFolderPath(const VXCloudAccount& account);
+// The same for an upload-folder info dictionary; the top folder is "/".
+std::optional<std::string> folderPathOfInfo(const JsonBox& uploadFolderInfo);
+
+// The stored account with the given key, re-read from the store.
+std::shared_ptr<VXCloudAccount> reloadAccount(const std::string& key);
+
+// Saves the account; throws CliError when the preferences file cannot be written.
+void saveAccount(const VXCloudAccount& account);
+
+// The auto-upload switch: saves the account and posts
+// "VXCloudAutoUploadFlagChangedNotification" when the value changes. Throws CliError when
+// the account can never upload automatically.
+bool changeAutoUpload(VXCloudAccount& account, bool on);
+
+}  // namespace vxcloud::cli

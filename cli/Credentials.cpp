@@ -1,0 +1,127 @@
+#include "Credentials.h"
+
+#include <cstdlib>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+#include "vxcloud/engine/VXCloudUtils.h"
+#include "vxcloud/platform/Json.h"
+#include "vxcloud/sessions/VXCloudServiceConfig.h"
+
+namespace vxcloud::cli {
+
+std::optional<ServiceCredentialSpec> credentialSpec(VXCloudService service) {
+    switch (service) {
+        case VXCloudService::dropbox:
+            return ServiceCredentialSpec{"dropbox", {{"app_key", "VXCLOUD_DROPBOX_APP_KEY", "app key", true}}};
+        case VXCloudService::googleDrive:
+            return ServiceCredentialSpec{"google_drive",
+                                         {{"client_id", "VXCLOUD_GOOGLE_CLIENT_ID", "client id", true},
+                                          {"client_secret", "VXCLOUD_GOOGLE_CLIENT_SECRET", "client secret", false}}};
+        case VXCloudService::oneDrive:
+        case VXCloudService::oneNote:
+            return ServiceCredentialSpec{"one_drive",
+                                         {{"application_id", "VXCLOUD_ONEDRIVE_APPLICATION_ID", "application id", true}}};
+        case VXCloudService::box:
+            return ServiceCredentialSpec{"box",
+                                         {{"client_id", "VXCLOUD_BOX_CLIENT_ID", "client id", true},
+                                          {"client_secret", "VXCLOUD_BOX_CLIENT_SECRET", "client secret", true}}};
+        case VXCloudService::evernote:
+            return ServiceCredentialSpec{"evernote",
+                                         {{"consumer_key", "VXCLOUD_EVERNOTE_CONSUMER_KEY", "consumer key", true},
+                                          {"consumer_secret", "VXCLOUD_EVERNOTE_CONSUMER_SECRET", "consumer secret", true}}};
+        case VXCloudService::webDAV: return std::nullopt;
+    }
+    return std::nullopt;
+}
+
+HostCredentials HostCredentials::load(const std::string& credentialsPath) {
+    HostCredentials credentials;
+    credentials.path_ = credentialsPath;
+
+    std::ifstream in(credentialsPath, std::ios::binary);
+    if (in) {
+        std::stringstream text;
+        text << in.rdbuf();
+        const Json file = Json::parse(text.str(), nullptr, false);
+        if (file.is_discarded() || !file.is_object()) {
+            credentials.problems_.push_back(credentialsPath + " is not a JSON object; it is ignored");
+        } else {
+            for (const auto& [section, fields] : file.items()) {
+                if (!fields.is_object()) {
+                    credentials.problems_.push_back("\"" + section + "\" in " + credentialsPath +
+                                                    " is not an object; it is ignored");
+                    continue;
+                }
+                for (const auto& [key, value] : fields.items()) {
+                    if (value.is_string() && !value.get<std::string>().empty())
+                        credentials.values_[section][key] = value.get<std::string>();
+                }
+            }
+        }
+    }
+    // The environment wins over the file.
+    for (VXCloudService service : allCloudServices) {
+        const auto spec = credentialSpec(service);
+        if (!spec) continue;
+        for (const auto& field : spec->fields) {
+            const char* value = std::getenv(field.environment.c_str());
+            if (value && *value) credentials.values_[spec->section][field.key] = value;
+        }
+    }
+    return credentials;
+}
+
+std::optional<std::string> HostCredentials::value(VXCloudService service, const std::string& key) const {
+    const auto spec = credentialSpec(service);
+    if (!spec) return std::nullopt;
+    const auto section = values_.find(spec->section);
+    if (section == values_.end()) return std::nullopt;
+    const auto field = section->second.find(key);
+    if (field == section->second.end()) return std::nullopt;
+    return field->second;
+}
+
+std::vector<CredentialField> HostCredentials::missing(VXCloudService service) const {
+    std::vector<CredentialField> out;
+    const auto spec = credentialSpec(service);
+    if (!spec) return out;
+    for (const auto& field : spec->fields)
+        if (field.required && !value(service, field.key)) out.push_back(field);
+    return out;
+}
+
+std::string HostCredentials::missingMessage(VXCloudService service) const {
+    const auto fields = missing(service);
+    if (fields.empty()) return {};
+    const auto spec = credentialSpec(service);
+    std::string labels, example, variables;
+    for (std::size_t i = 0; i < fields.size(); ++i) {
+        const auto& f = fields[i];
+        labels += (i == 0 ? "" : (i + 1 == fields.size() ? " and " : ", ")) + f.label;
+        example += (i == 0 ? "" : ", ") + ("\"" + f.key + "\": \"YOUR_" + f.key + "\"");
+        variables += "  " + f.environment + "\n";
+    }
+    std::string message = "linking a " + displayName(service) + " account needs this app's " + labels +
+                          " at " + displayName(service) + ", which is not set.\n";
+    message += "Put it in " + path_ + " (readable only by you: chmod 600):\n";
+    message += "  {\"" + spec->section + "\": {" + example + "}}\n";
+    message += "or set the environment variable" + std::string(fields.size() > 1 ? "s" : "") + ":\n" + variables;
+    message += "To try vxcloud without registering an app, link against the sandbox: vxcloud link " +
+               std::string(accountType(service)) + " --sandbox URL (see vxcloud-sandbox --help).";
+    return message;
+}
+
+void HostCredentials::apply() const {
+    for (VXCloudService service : allCloudServices) {
+        const auto spec = credentialSpec(service);
+        if (!spec || !complete(service)) continue;
+        VXCloudAppCredentials app;
+        app.clientId = value(service, spec->fields.front().key).value_or("");
+        if (spec->fields.size() > 1) app.clientSecret = value(service, spec->fields[1].key);
+        VXCloudServiceConfig::setCredentials(service, app);
+    }
+}
+
+}  // namespace vxcloud::cli

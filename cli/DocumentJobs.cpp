@@ -1,0 +1,552 @@
+#include "DocumentJobs.h"
+
+#include <sys/stat.h>
+
+#include <deque>
+#include <map>
+#include <nlohmann/json.hpp>
+
+#include "Accounts.h"
+#include "CliError.h"
+#include "Documents.h"
+#include "HostContext.h"
+#include "Output.h"
+#include "Paths.h"
+#include "Progress.h"
+#include "Prompts.h"
+#include "SessionCalls.h"
+#include "vxcloud/engine/UploadStatus.h"
+#include "vxcloud/engine/VXCloudTaskManager.h"
+#include "vxcloud/engine/VXCloudUtils.h"
+#include "vxcloud/model/VXCloudConstants.h"
+#include "vxcloud/platform/Dispatch.h"
+#include "vxcloud/platform/Reachability.h"
+
+namespace vxcloud::cli {
+
+using namespace uploadstatus;
+
+namespace {
+
+std::string text(const Json& object, const char* key) {
+    if (!object.is_object()) return {};
+    const auto it = object.find(key);
+    return it != object.end() && it->is_string() ? it->get<std::string>() : std::string();
+}
+
+bool recordIsFor(const Json& record, const VXCloudAccount& account) {
+    return text(record, kAccountType) == account.accountType() && text(record, kAccountId) == account.email;
+}
+
+// The stored record of the document for the account, or null.
+Json recordFor(const Json& records, const VXCloudAccount& account) {
+    if (records.is_array())
+        for (const auto& record : records)
+            if (recordIsFor(record, account)) return record;
+    return Json();
+}
+
+// Why the account does not take part in automatic requests right now, or nothing.
+std::optional<std::string> skipReason(const VXCloudAccount& account, std::optional<NetworkPath>& network) {
+    if (auto refusal = autoUploadRefusal(account)) return refusal;
+    if (!account.shouldAutoUpload) {
+        return "automatic upload is off (turn it on with: vxcloud settings '" + accountLabel(account) +
+               "' --auto-upload on)";
+    }
+    if (account.onlyWifiUpload) {
+        if (!network) network = Reachability::current();
+        if (*network != NetworkPath::wifi) {
+            return std::string("it only uploads on Wi-Fi and this machine is ") +
+                   (*network == NetworkPath::cellular ? "on a cellular network" : "offline") +
+                   " (change with: vxcloud settings '" + accountLabel(account) + "' --wifi-only off)";
+        }
+    }
+    return std::nullopt;
+}
+
+// A short phrase for a progress row; the full text comes after.
+std::string shortFailure(const std::string& word) {
+    const auto code = VXCloudError::fromString(word);
+    if (!code) return "failed";
+    switch (*code) {
+        case ErrorCode::authentication: return "failed: the account needs to be linked again";
+        case ErrorCode::connection: return "failed: could not reach the service";
+        case ErrorCode::fileConflict: return "conflict: the copy there was changed elsewhere";
+        case ErrorCode::fileUpload: return "failed";
+        case ErrorCode::monthlyQuotaReached: return "failed: the monthly upload allowance is used up";
+        case ErrorCode::missingFolder: return "failed: the upload folder is missing";
+        case ErrorCode::renameFailed: return "failed: a file with the new name exists there";
+        case ErrorCode::storageQuotaReached: return "failed: the storage is full";
+    }
+    return "failed";
+}
+
+// What a person can do about a failure the component has no question for.
+std::string hintFor(ErrorCode code, const VXCloudAccount& account) {
+    const std::string label = "'" + accountLabel(account) + "'";
+    switch (code) {
+        case ErrorCode::authentication: return "Link it again with: vxcloud link " + account.accountType();
+        case ErrorCode::missingFolder: return "Choose a folder with: vxcloud folder " + label;
+        case ErrorCode::fileConflict:
+        case ErrorCode::renameFailed: return "Run again with --overwrite to replace the copy there.";
+        case ErrorCode::fileUpload:
+        case ErrorCode::connection: return "Run again (or with --retries N) to try once more.";
+        default: return {};
+    }
+}
+
+std::int64_t fileSize(const std::string& path) {
+    struct stat info {};
+    return ::stat(path.c_str(), &info) == 0 ? static_cast<std::int64_t>(info.st_size) : 0;
+}
+
+// Keeps the account's last error the way the settings screen shows it: set by failures
+// that block the account, cleared by a success.
+void noteAccountOutcome(const VXCloudAccount& account, const std::optional<ErrorCode>& failure) {
+    auto stored = reloadAccount(account.key());
+    if (!stored) return;
+    const bool blocking = failure && (*failure == ErrorCode::authentication || *failure == ErrorCode::missingFolder ||
+                                      *failure == ErrorCode::storageQuotaReached ||
+                                      *failure == ErrorCode::monthlyQuotaReached);
+    if (!failure && stored->error) {
+        stored->error.reset();
+    } else if (blocking && (!stored->error || stored->error->errorCode != *failure)) {
+        stored->error = std::make_shared<VXCloudError>(*failure);
+    } else {
+        return;
+    }
+    VXCloudUserDefaults::saveCloudAccount(*stored);
+}
+
+AccountOutcome outcomeShell(const VXCloudAccount& account) {
+    AccountOutcome o;
+    o.accountKey = account.key();
+    o.label = accountLabel(account);
+    o.accountType = account.accountType();
+    o.accountId = account.email;
+    return o;
+}
+
+bool waitFor(const std::function<bool()>& arrived, std::chrono::seconds timeout) {
+    return DispatchQueue::main()->runUntil(arrived, std::chrono::duration_cast<std::chrono::milliseconds>(timeout));
+}
+
+}  // namespace
+
+// ------------------------------------------------------------------ report types
+
+std::string AccountOutcome::word() const {
+    switch (kind) {
+        case Kind::done: return "done";
+        case Kind::unchanged: return "unchanged";
+        case Kind::skipped: return "skipped";
+        case Kind::failed: return "failed";
+    }
+    return "failed";
+}
+
+bool DocumentOutcome::ok() const {
+    if (!problem.empty()) return false;
+    bool anyTookPart = false;
+    for (const auto& account : accounts) {
+        if (account.kind == AccountOutcome::Kind::failed) return false;
+        if (account.kind != AccountOutcome::Kind::skipped) anyTookPart = true;
+    }
+    return anyTookPart;
+}
+
+bool JobReport::ok() const {
+    if (documents.empty()) return false;
+    for (const auto& document : documents)
+        if (!document.ok()) return false;
+    return true;
+}
+
+Json JobReport::toJson(HostContext& context) const {
+    Json out = {{"action", action}, {"ok", ok()}, {"documents", Json::array()}};
+    for (const auto& document : documents) {
+        Json entry = {{"path", document.path}, {"name", document.name}, {"fileIdentifier", document.fileIdentifier},
+                      {"ok", document.ok()}, {"accounts", Json::array()}};
+        if (!document.problem.empty()) entry["problem"] = document.problem;
+        for (const auto& account : document.accounts) {
+            Json a = {{"account", account.label},  {"accountType", account.accountType}, {"accountId", account.accountId},
+                      {"outcome", account.word()}, {"record", account.record}};
+            if (!account.note.empty()) a["note"] = account.note;
+            if (account.kind == AccountOutcome::Kind::done) a["bytesSent"] = account.bytesSent;
+            entry["accounts"].push_back(std::move(a));
+        }
+        // The records as the host now keeps them, for scripts that read them back.
+        entry["records"] = Json::array();
+        if (!document.fileIdentifier.empty()) {
+            if (const auto row = context.records().documentByIdentifier(document.fileIdentifier))
+                entry["records"] = context.records().recordsForComponent(row->id);
+        }
+        out["documents"].push_back(std::move(entry));
+    }
+    return out;
+}
+
+std::shared_ptr<VXCloudFile> uploadFolderOf(const VXCloudAccount& account) {
+    return initUploadFolderFromDictionary(account.uploadFolderInfo);
+}
+
+// -------------------------------------------------------------------- the jobs
+
+DocumentJobs::DocumentJobs(HostContext& context, Prompter& prompter, std::shared_ptr<ProgressBoard> board,
+                           JobOptions options)
+    : context_(context), prompter_(prompter), board_(std::move(board)), options_(std::move(options)) {}
+
+JobReport DocumentJobs::upload(const std::vector<std::string>& paths) {
+    JobReport report{"upload", {}};
+    for (const auto& path : paths) report.documents.push_back(uploadOne(path));
+    return report;
+}
+
+JobReport DocumentJobs::rename(const std::string& path, const std::string& newName) {
+    return JobReport{"rename", {renameOne(path, newName)}};
+}
+
+DocumentOutcome DocumentJobs::uploadOne(const std::string& path) {
+    DocumentOutcome document;
+    document.path = absolutePath(path);
+    document.name = baseName(document.path);
+    if (auto problem = documentProblem(path)) {
+        // Nothing is recorded for a document that cannot be read: the other documents'
+        // records, and this one's earlier ones, stay as they were.
+        document.problem = *problem;
+        warn(*problem);
+        return document;
+    }
+    const DocumentRow row = context_.records().ensureDocument(document.path, document.name);
+    document.name = row.name;
+    document.fileIdentifier = row.fileIdentifier;
+
+    AccountList targets = options_.accountRefs.empty() ? linkedAccounts() : resolveAccounts(options_.accountRefs);
+    if (targets.empty()) {
+        document.problem = "no account is linked; link one with: vxcloud link SERVICE";
+        warn(document.problem);
+        return document;
+    }
+    runRounds(document, std::move(targets), false, {});
+    return document;
+}
+
+DocumentOutcome DocumentJobs::renameOne(const std::string& path, const std::string& newName) {
+    DocumentOutcome document;
+    document.path = absolutePath(path);
+    document.name = baseName(document.path);
+    const auto row = context_.records().documentByPath(document.path);
+    if (!row) {
+        document.problem = document.path + " was never uploaded, so there is nothing to rename; upload it first";
+        warn(document.problem);
+        return document;
+    }
+    document.name = row->name;
+    document.fileIdentifier = row->fileIdentifier;
+    if (row->name == newName) {
+        document.problem = "the document is already called \"" + newName + "\"";
+        warn(document.problem);
+        return document;
+    }
+    // Only accounts holding a copy can rename it; the component would wait forever for an
+    // account whose records do not name the stored document.
+    const Json records = context_.records().recordsForComponent(row->id);
+    AccountList targets = options_.accountRefs.empty() ? linkedAccounts() : resolveAccounts(options_.accountRefs);
+    AccountList holding;
+    for (const auto& account : targets) {
+        const Json record = recordFor(records, *account);
+        if (record.is_object() && record.contains(kDocumentId) && record[kDocumentId].is_string()) {
+            holding.push_back(account);
+        } else if (!options_.accountRefs.empty()) {
+            AccountOutcome skipped = outcomeShell(*account);
+            skipped.kind = AccountOutcome::Kind::skipped;
+            skipped.note = "no copy of the document is stored there";
+            document.accounts.push_back(std::move(skipped));
+        }
+    }
+    if (holding.empty()) {
+        document.problem = "no linked account holds a copy of " + document.name + "; upload it first";
+        warn(document.problem);
+        return document;
+    }
+    runRounds(document, std::move(holding), true, newName);
+    return document;
+}
+
+void DocumentJobs::runRounds(DocumentOutcome& document, AccountList accounts, bool rename, const std::string& newName) {
+    auto& records = context_.records();
+    auto& keeper = context_.keeper();
+    const auto manager = VXCloudTaskManager::sharedInstance();
+
+    // Accounts that cannot take part are reported, and never handed to the component.
+    std::optional<NetworkPath> network;
+    AccountList eligible;
+    for (const auto& account : accounts) {
+        if (auto reason = skipReason(*account, network)) {
+            AccountOutcome skipped = outcomeShell(*account);
+            skipped.kind = AccountOutcome::Kind::skipped;
+            skipped.note = *reason;
+            document.accounts.push_back(std::move(skipped));
+            continue;
+        }
+        eligible.push_back(account);
+    }
+    if (!context_.json()) {
+        for (const auto& skipped : document.accounts) say("  skipped " + skipped.label + ": " + skipped.note);
+    }
+    if (eligible.empty()) {
+        document.problem = "no account takes part: automatic upload is off, or not possible, for every linked account";
+        warn(document.problem);
+        return;
+    }
+
+    struct Pass {
+        AccountList accounts;
+        bool overwrite;
+        std::string title;
+    };
+    const std::string verb = rename ? "Renaming " + document.name + " to " + newName : "Uploading " + document.name;
+    std::deque<Pass> passes{{eligible, options_.overwrite, verb}};
+    int retriesLeft = options_.retries;
+    std::map<std::string, AccountOutcome> finals;
+    const std::int64_t size = fileSize(document.path);
+    const std::string documentPath = document.path;
+    const CreatePDFBlock createPDF = [documentPath]() -> std::optional<std::string> {
+        // The host's document on disk is the content to store again under the new name.
+        if (documentProblem(documentPath)) return std::nullopt;
+        return documentPath;
+    };
+
+    for (int round = 0; !passes.empty() && round < 10; ++round) {
+        Pass pass = std::move(passes.front());
+        passes.pop_front();
+        const auto row = records.documentByIdentifier(document.fileIdentifier);
+        if (!row) break;
+        const Json before = records.recordsForComponent(row->id);
+
+        std::vector<std::pair<std::string, std::string>> rows;
+        for (const auto& account : pass.accounts) {
+            rows.emplace_back(account->key(), accountLabel(*account));
+            keeper.expectFolder(document.fileIdentifier, account->accountType(), account->email,
+                                uploadFolderPath(*account).value_or(""));
+        }
+        board_->begin(pass.title, rows, size);
+        context_.setProgressReceiver(board_);
+
+        const JsonBox previous = before.empty() ? JsonBox() : JsonBox(before);
+        const Json identifier = document.fileIdentifier;
+        const Json returned = rename ? manager->renameWithNewFilename(newName, previous, pass.overwrite, identifier,
+                                                                      pass.accounts, createPDF)
+                                     : manager->uploadWithFilename(row->name, row->path, previous, pass.overwrite,
+                                                                   identifier, pass.accounts, true);
+        std::map<std::string, Json> answers;
+        bool waiting = false;
+        for (const auto& record : returned) {
+            if (text(record, kStatus) == kPending) {
+                waiting = true;
+                continue;
+            }
+            // Failures found before any transfer (no folder, unreadable data).
+            records.mergeRecord(row->id, record);
+            for (const auto& account : pass.accounts)
+                if (recordIsFor(record, *account)) answers[account->key()] = record;
+        }
+        if (waiting) {
+            waitFor([&] { return keeper.hasOutcome(document.fileIdentifier); }, options_.timeout);
+            for (const auto& record : keeper.takeOutcome(document.fileIdentifier))
+                for (const auto& account : pass.accounts)
+                    if (recordIsFor(record, *account)) answers[account->key()] = record;
+        }
+        context_.setProgressReceiver(nullptr);
+
+        AccountList conflicts, retryable;
+        std::vector<std::pair<std::shared_ptr<VXCloudAccount>, ErrorCode>> failures;
+        for (const auto& account : pass.accounts) {
+            AccountOutcome outcome = outcomeShell(*account);
+            const auto answer = answers.find(account->key());
+            if (answer == answers.end()) {
+                outcome.kind = AccountOutcome::Kind::failed;
+                outcome.note = "no answer within " + std::to_string(options_.timeout.count()) + " seconds";
+                board_->finishRow(account->key(), "failed: " + outcome.note);
+                finals[account->key()] = std::move(outcome);
+                continue;
+            }
+            outcome.record = answer->second;
+            if (text(outcome.record, kStatus) == kSuccessful) {
+                const Json older = recordFor(before, *account);
+                const std::string version = text(outcome.record, kVersion);
+                const bool unchanged = !rename && !version.empty() && text(older, kStatus) == kSuccessful &&
+                                       text(older, kVersion) == version &&
+                                       text(older, kDocumentId) == text(outcome.record, kDocumentId);
+                outcome.kind = unchanged ? AccountOutcome::Kind::unchanged : AccountOutcome::Kind::done;
+                outcome.bytesSent = unchanged ? 0 : board_->bytesReported(account->key());
+                const std::string storedAs = text(outcome.record, kDocumentId);
+                outcome.note = unchanged ? "unchanged, nothing sent"
+                                         : (rename ? "renamed to " : "uploaded as ") + storedAs +
+                                               (rename ? "" : " (" + humanBytes(size) + ")");
+                board_->finishRow(account->key(), outcome.note);
+                noteAccountOutcome(*account, std::nullopt);
+            } else {
+                const std::string word = text(outcome.record, kError);
+                outcome.kind = AccountOutcome::Kind::failed;
+                outcome.note = word.empty() ? "failed" : word;
+                board_->finishRow(account->key(), shortFailure(word));
+                const ErrorCode code = VXCloudError::fromString(word).value_or(ErrorCode::fileUpload);
+                failures.emplace_back(account, code);
+                noteAccountOutcome(*account, code);
+            }
+            finals[account->key()] = std::move(outcome);
+        }
+        board_->end();
+
+        // The person decides what happens to the failures (or the flags did already).
+        bool retryThisTime = retriesLeft > 0;
+        for (const auto& [account, code] : failures) {
+            const std::string label = accountLabel(*account);
+            if (context_.json()) {
+                // Scripts read the records; questions are never asked there.
+            } else {
+                say(label + ": " + errorText(code));
+            }
+            const bool overwriteQuestion = code == ErrorCode::fileConflict || (rename && code == ErrorCode::renameFailed);
+            const bool retryQuestion = code == ErrorCode::fileUpload || code == ErrorCode::connection;
+            if (overwriteQuestion && !pass.overwrite) {
+                const auto answer = context_.json() ? std::nullopt
+                                                    : prompter_.choose("", {VXCloudString::OVERWRITE(), VXCloudString::CANCEL()});
+                if (answer && *answer == 0) {
+                    conflicts.push_back(account);
+                    continue;
+                }
+            } else if (retryQuestion) {
+                if (retryThisTime) {
+                    retryable.push_back(account);
+                    continue;
+                }
+                const auto answer = context_.json() ? std::nullopt
+                                                    : prompter_.choose("", {VXCloudString::RETRY(), VXCloudString::CANCEL()});
+                if (answer && *answer == 0) {
+                    retryable.push_back(account);
+                    continue;
+                }
+            }
+            if (!context_.json()) {
+                const std::string hint = hintFor(code, *account);
+                if (!hint.empty() && !(overwriteQuestion && pass.overwrite)) say("  " + hint);
+            }
+        }
+        if (retryThisTime && !retryable.empty()) --retriesLeft;
+        if (!conflicts.empty()) passes.push_back({conflicts, true, VXCloudString::OVERWRITE() + ": " + verb});
+        if (!retryable.empty()) passes.push_back({retryable, pass.overwrite, VXCloudString::RETRY() + ": " + verb});
+    }
+
+    for (auto& [key, outcome] : finals) document.accounts.push_back(std::move(outcome));
+    if (rename) {
+        const bool anyRenamed = std::any_of(document.accounts.begin(), document.accounts.end(),
+                                            [](const auto& a) { return a.kind == AccountOutcome::Kind::done; });
+        if (anyRenamed) {
+            if (const auto row = records.documentByIdentifier(document.fileIdentifier)) {
+                records.setDocumentName(row->id, newName);
+                document.name = newName;
+            }
+        }
+    }
+}
+
+JobReport DocumentJobs::move(const std::vector<std::string>& paths, const std::shared_ptr<VXCloudAccount>& account,
+                             std::shared_ptr<VXCloudFile> fromFolder, const std::shared_ptr<VXCloudFile>& toFolder) {
+    JobReport report{"move", {}};
+    const std::string label = accountLabel(*account);
+    std::optional<NetworkPath> network;
+    if (auto reason = skipReason(*account, network)) {
+        throw CliError("documents on " + label + " cannot be moved now: " + *reason);
+    }
+    if (!fromFolder) fromFolder = uploadFolderOf(*account);
+    if (!fromFolder) throw CliError(label + " has no upload folder to move from; name one with --from PATH", kExitUsage);
+    const std::string fromPath = fromFolder->path.value_or("/").empty() ? "/" : fromFolder->path.value_or("/");
+    const std::string toPath = toFolder->path.value_or("/").empty() ? "/" : toFolder->path.value_or("/");
+
+    auto& records = context_.records();
+    VXCloudFileList files;
+    std::vector<std::size_t> taking;  // indices of report.documents that take part
+    for (const auto& path : paths) {
+        DocumentOutcome document;
+        document.path = absolutePath(path);
+        document.name = baseName(document.path);
+        const auto row = records.documentByPath(document.path);
+        const Json record = row ? recordFor(records.recordsForComponent(row->id), *account) : Json();
+        if (row) {
+            document.name = row->name;
+            document.fileIdentifier = row->fileIdentifier;
+        }
+        if (!row || !record.is_object() || !record.contains(kDocumentId) || !record[kDocumentId].is_string()) {
+            document.problem = document.path + " has no copy on " + label + " to move";
+            warn(document.problem);
+            report.documents.push_back(std::move(document));
+            continue;
+        }
+        auto file = std::make_shared<VXCloudFile>(record[kDocumentId].get<std::string>(), false, false);
+        file->fileIdentifier = Json(row->fileIdentifier);
+        file->fileUploadStatus = record;
+        files.push_back(std::move(file));
+        context_.keeper().expectFolder(row->fileIdentifier, account->accountType(), account->email, toPath);
+        taking.push_back(report.documents.size());
+        report.documents.push_back(std::move(document));
+    }
+    if (files.empty()) return report;
+
+    std::vector<std::pair<std::string, std::string>> rows;
+    for (const auto index : taking) rows.emplace_back(report.documents[index].fileIdentifier, report.documents[index].name);
+    board_->begin("Moving on " + label + " from " + fromPath + " to " + toPath, rows, 0);
+
+    const Json returned = VXCloudTaskManager::sharedInstance()->moveWithCloudFiles(files, fromFolder, toFolder, account);
+    std::map<std::string, Json> answers;
+    std::vector<std::string> waitingFor;
+    for (const auto& entry : returned) {
+        const std::string id = text(entry, kFileIdentifier);
+        const Json record = entry.is_object() && entry.contains(kUploadStatus) ? entry[kUploadStatus] : Json();
+        if (text(record, kStatus) == kPending) {
+            waitingFor.push_back(id);
+        } else if (const auto row = records.documentByIdentifier(id)) {
+            records.mergeRecord(row->id, record);
+            answers[id] = record;
+        }
+    }
+    auto& keeper = context_.keeper();
+    waitFor(
+        [&] {
+            return std::all_of(waitingFor.begin(), waitingFor.end(), [&](const auto& id) { return keeper.hasOutcome(id); });
+        },
+        options_.timeout);
+    for (const auto& id : waitingFor)
+        for (const auto& record : keeper.takeOutcome(id)) answers[id] = record;
+
+    bool failed = false;
+    for (const auto index : taking) {
+        DocumentOutcome& document = report.documents[index];
+        AccountOutcome outcome = outcomeShell(*account);
+        const auto answer = answers.find(document.fileIdentifier);
+        if (answer == answers.end()) {
+            outcome.kind = AccountOutcome::Kind::failed;
+            outcome.note = "no answer within " + std::to_string(options_.timeout.count()) + " seconds";
+        } else {
+            outcome.record = answer->second;
+            const bool moved = text(outcome.record, kStatus) == kSuccessful;
+            outcome.kind = moved ? AccountOutcome::Kind::done : AccountOutcome::Kind::failed;
+            outcome.note = moved ? "moved to " + toPath
+                                 : "not moved (" + (text(outcome.record, kError).empty() ? std::string("failed")
+                                                                                          : text(outcome.record, kError)) +
+                                       ")";
+        }
+        failed = failed || outcome.kind == AccountOutcome::Kind::failed;
+        board_->finishRow(document.fileIdentifier, outcome.note);
+        document.accounts.push_back(std::move(outcome));
+    }
+    board_->end();
+    if (failed && !context_.json()) {
+        say("Some documents could not be moved: is each one in " + fromPath + " on " + label +
+            ", and is nothing of the same name in " + toPath + "?");
+    }
+    return report;
+}
+
+}  // namespace vxcloud::cli

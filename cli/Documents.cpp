@@ -1,0 +1,54 @@
+#include "Documents.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <string_view>
+
+namespace vxcloud::cli {
+
+namespace {
+
+// Reads up to `size` bytes at `offset`; the count read, or -1.
+long readAt(int fd, char* buffer, std::size_t size, off_t offset) {
+    std::size_t done = 0;
+    while (done < size) {
+        const ssize_t n = ::pread(fd, buffer + done, size - done, offset + static_cast<off_t>(done));
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) return -1;
+        if (n == 0) break;
+        done += static_cast<std::size_t>(n);
+    }
+    return static_cast<long>(done);
+}
+
+}  // namespace
+
+std::optional<std::string> documentProblem(const std::string& path) {
+    if (path.empty()) return std::string("an empty path names no document");
+    struct stat info {};
+    if (::stat(path.c_str(), &info) != 0) return "cannot read " + path + ": " + std::strerror(errno);
+    if (S_ISDIR(info.st_mode)) return path + " is a directory, not a document";
+    if (!S_ISREG(info.st_mode)) return path + " is not a regular file";
+    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return "cannot read " + path + ": " + std::strerror(errno);
+    char head[5] = {};
+    char tail[1024] = {};
+    const long headRead = readAt(fd, head, sizeof head, 0);
+    const off_t tailStart = info.st_size > static_cast<off_t>(sizeof tail) ? info.st_size - static_cast<off_t>(sizeof tail) : 0;
+    const long tailRead = readAt(fd, tail, sizeof tail, tailStart);
+    const int readError = errno;
+    ::close(fd);
+    if (headRead < 0 || tailRead < 0) return "cannot read " + path + ": " + std::strerror(readError);
+    if (info.st_size == 0) return path + " is empty, not a PDF document";
+    if (headRead < 5 || std::string_view(head, 5) != "%PDF-")
+        return path + " is not a PDF document (it does not begin with %PDF-)";
+    if (std::string_view(tail, static_cast<std::size_t>(tailRead)).find("%%EOF") == std::string_view::npos)
+        return path + " is a damaged PDF document: it has no end-of-file marker, so it is probably cut short";
+    return std::nullopt;
+}
+
+}  // namespace vxcloud::cli

@@ -1,0 +1,193 @@
+#include "FolderPicker.h"
+
+#include <algorithm>
+#include <cctype>
+#include <nlohmann/json.hpp>
+
+#include "CliError.h"
+#include "Output.h"
+#include "Prompts.h"
+#include "SessionCalls.h"
+#include "vxcloud/engine/VXCloudUtils.h"
+#include "vxcloud/model/VXCloudAccount.h"
+#include "vxcloud/model/VXCloudConstants.h"
+
+namespace vxcloud::cli {
+
+namespace {
+
+std::string childPath(const std::string& parent, const VXCloudFile& child) {
+    if (child.path && !child.path->empty()) return *child.path;
+    return (parent == "/" ? std::string() : parent) + "/" + child.name;
+}
+
+std::string lower(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::tolower(c); });
+    return text;
+}
+
+std::vector<std::string> splitPath(const std::string& path) {
+    std::vector<std::string> parts;
+    std::string part;
+    for (char c : path) {
+        if (c == '/') {
+            if (!part.empty()) parts.push_back(part);
+            part.clear();
+        } else {
+            part += c;
+        }
+    }
+    if (!part.empty()) parts.push_back(part);
+    return parts;
+}
+
+std::string failureText(const SessionOutcome& outcome) {
+    if (!outcome.answered) return "the service did not answer in time";
+    if (outcome.error) return errorText(outcome.error->errorCode);
+    return VXCloudString::GENERIC_ERROR();
+}
+
+VXCloudFileList childrenOf(const std::shared_ptr<VXCloudSession>& session, const std::shared_ptr<VXCloudFile>& folder,
+                           const std::string& displayPath) {
+    const SessionOutcome listed = loadFolders(session, folder);
+    if (!listed.ok()) throw CliError(VXCloudString::LOAD_FOLDERS_ERROR() + " (" + displayPath + "): " + failureText(listed));
+    VXCloudFileList folders = listed.folders;
+    std::sort(folders.begin(), folders.end(), [](const auto& a, const auto& b) { return lower(a->name) < lower(b->name); });
+    return folders;
+}
+
+bool isOneNote(const std::shared_ptr<VXCloudSession>& session) {
+    return session->cloudAccount() && session->cloudAccount()->cloudService == VXCloudService::oneNote;
+}
+
+}  // namespace
+
+Json PickedFolder::uploadFolderInfo() const {
+    return Json{{VXCloudFile::kUploadFolderIdKey, folder->id.value_or("")},
+                {VXCloudFile::kUploadFolderNameKey, folder->name},
+                {VXCloudFile::kUploadFolderPathKey, folder->path.value_or(displayPath)}};
+}
+
+std::optional<std::string> folderNameProblem(const std::string& name) {
+    if (name.empty()) return std::string("a folder needs a name");
+    if (name.find('/') != std::string::npos) return "a folder name cannot contain \"/\": " + name;
+    if (name == "." || name == "..") return "\"" + name + "\" cannot name a folder";
+    if (std::all_of(name.begin(), name.end(), [](unsigned char c) { return std::isspace(c); }))
+        return std::string("a folder name cannot be only spaces");
+    return std::nullopt;
+}
+
+std::optional<PickedFolder> pickFolderInteractively(const std::shared_ptr<VXCloudSession>& session, Prompter& prompter,
+                                                    const std::string& accountLabel) {
+    say("Choose the upload folder for " + accountLabel);
+    say(VXCloudString::LOADING() + "…");
+    VXCloudStack<FolderInfo> trail;
+    auto root = session->rootFolder();
+    trail.push(FolderInfo{root, "/", childrenOf(session, root, "/")});
+    const bool oneNote = isOneNote(session);
+
+    for (int step = 0; step < 1000; ++step) {
+        FolderInfo& here = *trail.top();
+        say();
+        say(displayName(session->cloudAccount()->cloudService) + "  " + here.displayPath);
+        if (oneNote) say(trail.count() == 1 ? VXCloudString::NOTEBOOKS() : VXCloudString::SECTIONS());
+        if (here.children.empty()) say("   (no folders here)");
+        for (std::size_t i = 0; i < here.children.size(); ++i)
+            say("  " + std::to_string(i + 1) + "  " + here.children[i]->name);
+        const std::string newLabel =
+            oneNote ? (trail.count() == 1 ? VXCloudString::NEW_NOTEBOOK() : VXCloudString::NEW_SECTION())
+                    : VXCloudString::NEW_FOLDER();
+        say("  [u] " + VXCloudString::SELECT_DEFAULT_FOLDER() + "   [n] " + newLabel + "   [b] " + VXCloudString::BACK() +
+            "   [c] " + VXCloudString::CANCEL());
+        const auto typed = prompter.ask("Open a folder by its number, or choose a letter");
+        if (!typed) return std::nullopt;  // end of input: nothing chosen
+        const std::string choice = lower(*typed);
+
+        if (!choice.empty() && std::all_of(choice.begin(), choice.end(), ::isdigit) && choice.size() < 6) {
+            const std::size_t index = std::stoul(choice);
+            if (index < 1 || index > here.children.size()) {
+                say("There is no folder number " + choice + " here.");
+                continue;
+            }
+            auto child = here.children[index - 1];
+            const std::string path = childPath(here.displayPath, *child);
+            say(VXCloudString::LOADING() + "…");
+            try {
+                trail.push(FolderInfo{child, path, childrenOf(session, child, path)});
+            } catch (const CliError& e) {
+                say(e.what());
+            }
+        } else if (choice == "u" || choice == lower(VXCloudString::SELECT_DEFAULT_FOLDER())) {
+            return PickedFolder{here.folder, here.displayPath};
+        } else if (choice == "b" || choice == lower(VXCloudString::BACK())) {
+            if (trail.count() > 1) {
+                trail.pop();
+            } else {
+                say("This is the top folder.");
+            }
+        } else if (choice == "c" || choice == "q" || choice == lower(VXCloudString::CANCEL())) {
+            return std::nullopt;
+        } else if (choice == "n" || choice == lower(newLabel)) {
+            const auto name = prompter.ask(newLabel, VXCloudString::NEW_COLLECTION_PLACEHOLDER());
+            if (!name) return std::nullopt;
+            if (auto problem = folderNameProblem(*name)) {
+                say(VXCloudString::CREATE_FOLDER_ALERT() + ": " + *problem);
+                continue;
+            }
+            const SessionOutcome made = createFolder(session, *name, here.folder);
+            if (!made.ok() || !made.file) {
+                say(VXCloudString::CREATE_FOLDER_ALERT() + ": " + failureText(made));
+                continue;
+            }
+            say(VXCloudString::ADD() + ": " + made.file->name);
+            try {
+                here.children = childrenOf(session, here.folder, here.displayPath);
+            } catch (const CliError& e) {
+                say(e.what());
+            }
+        } else {
+            say("Type a folder's number, or u, n, b or c.");
+        }
+    }
+    return std::nullopt;
+}
+
+PickedFolder resolveFolderPath(const std::shared_ptr<VXCloudSession>& session, const std::string& path, bool create) {
+    PickedFolder current{session->rootFolder(), "/"};
+    for (const auto& name : splitPath(path)) {
+        if (auto problem = folderNameProblem(name)) throw CliError(*problem, kExitUsage);
+        const VXCloudFileList children = childrenOf(session, current.folder, current.displayPath);
+        std::shared_ptr<VXCloudFile> next;
+        for (const auto& child : children)
+            if (child->name == name) next = child;
+        if (!next) {
+            VXCloudFileList loose;
+            for (const auto& child : children)
+                if (lower(child->name) == lower(name)) loose.push_back(child);
+            if (loose.size() == 1) next = loose.front();
+        }
+        if (!next && create) {
+            const SessionOutcome made = createFolder(session, name, current.folder);
+            if (!made.ok() || !made.file)
+                throw CliError(VXCloudString::CREATE_FOLDER_ALERT() + " \"" + name + "\" in " + current.displayPath + ": " +
+                               failureText(made));
+            next = made.file;
+        }
+        if (!next) {
+            std::string names;
+            for (const auto& child : children) names += (names.empty() ? "" : ", ") + child->name;
+            throw CliError("there is no folder \"" + name + "\" in " + current.displayPath +
+                               (names.empty() ? " (it has no folders)" : " (it has: " + names + ")") +
+                               "; add --create to make it",
+                           kExitFailed);
+        }
+        current = PickedFolder{next, childPath(current.displayPath, *next)};
+    }
+    return current;
+}
+
+VXCloudFileList listFolder(const std::shared_ptr<VXCloudSession>& session, const PickedFolder& folder) {
+    return childrenOf(session, folder.folder, folder.displayPath);
+}
+
+}  // namespace vxcloud::cli

@@ -1,0 +1,167 @@
+#include "SessionCalls.h"
+
+#include <mutex>
+
+#include "vxcloud/model/VXCloudConstants.h"
+#include "vxcloud/platform/Dispatch.h"
+
+namespace vxcloud::cli {
+
+namespace {
+
+// The first answer of a completion callback, waited for while the main queue runs.
+template <typename T>
+class Answer {
+public:
+    void deliver(T value) {
+        {
+            std::lock_guard lock(mutex_);
+            if (value_) return;  // only the first answer counts
+            value_ = std::move(value);
+        }
+        DispatchQueue::main()->async([] {});  // wakes the waiting caller at once
+    }
+    std::optional<T> wait(std::chrono::milliseconds timeout) {
+        DispatchQueue::main()->runUntil(
+            [this] {
+                std::lock_guard lock(mutex_);
+                return value_.has_value();
+            },
+            timeout);
+        std::lock_guard lock(mutex_);
+        return value_;
+    }
+
+private:
+    std::mutex mutex_;
+    std::optional<T> value_;
+};
+
+// Takes the first outcome of one operation. Sessions answer on their own threads; the
+// outcome is handed to the main queue, which the waiting caller is driving.
+class OutcomeCatcher : public VXCloudSessionDelegate {
+public:
+    void cloudSessionDidLoadFolders(const std::shared_ptr<VXCloudSession>&, const VXCloudFileList& folders,
+                                    const std::shared_ptr<VXCloudFile>& parent) override {
+        SessionOutcome o;
+        o.folders = folders;
+        o.file = parent;
+        deliver(std::move(o));
+    }
+    void cloudSessionLoadFoldersFailedWithError(const std::shared_ptr<VXCloudSession>&,
+                                                const std::shared_ptr<VXCloudError>& error) override {
+        deliver(failure(nullptr, error));
+    }
+    void cloudSessionDidUploadFile(const std::shared_ptr<VXCloudSession>&, const std::shared_ptr<VXCloudFile>& file) override {
+        SessionOutcome o;
+        o.file = file;
+        deliver(std::move(o));
+    }
+    void cloudSessionUploadFailedForFile(const std::shared_ptr<VXCloudSession>&, const std::shared_ptr<VXCloudFile>& file,
+                                         const std::shared_ptr<VXCloudError>& error) override {
+        deliver(failure(file, error));
+    }
+    void cloudSessionDidRenameFile(const std::shared_ptr<VXCloudSession>&, const std::shared_ptr<VXCloudFile>& file) override {
+        SessionOutcome o;
+        o.file = file;
+        deliver(std::move(o));
+    }
+    void cloudSessionRenameFailedForFile(const std::shared_ptr<VXCloudSession>&, const std::shared_ptr<VXCloudFile>& file,
+                                         const std::shared_ptr<VXCloudError>& error) override {
+        deliver(failure(file, error));
+    }
+    void cloudSessionDidMoveFiles(const std::shared_ptr<VXCloudSession>&, const VXCloudFileList& moved,
+                                  const VXCloudFileList&) override {
+        SessionOutcome o;
+        o.folders = moved;
+        deliver(std::move(o));
+    }
+
+    void deliver(SessionOutcome outcome) {
+        outcome.answered = true;
+        answer_.deliver(std::move(outcome));
+    }
+    SessionOutcome wait(std::chrono::milliseconds timeout) { return answer_.wait(timeout).value_or(SessionOutcome{}); }
+
+private:
+    static SessionOutcome failure(const std::shared_ptr<VXCloudFile>& file, const std::shared_ptr<VXCloudError>& error) {
+        SessionOutcome o;
+        o.file = file;
+        o.error = error ? error : std::make_shared<VXCloudError>(ErrorCode::fileUpload);
+        return o;
+    }
+
+    Answer<SessionOutcome> answer_;
+};
+
+template <typename Start>
+SessionOutcome run(const std::shared_ptr<VXCloudSession>& session, std::chrono::milliseconds timeout, Start&& start) {
+    if (!session) {
+        SessionOutcome o;
+        o.answered = true;
+        o.error = std::make_shared<VXCloudError>(ErrorCode::authentication);
+        return o;
+    }
+    // The session holds its delegate weakly; the catcher lives until the answer (or the
+    // time-out), and a late answer after that finds no delegate.
+    auto catcher = std::make_shared<OutcomeCatcher>();
+    session->setCloudSessionDelegate(catcher);
+    start();
+    return catcher->wait(timeout);
+}
+
+}  // namespace
+
+SessionOutcome loadFolders(const std::shared_ptr<VXCloudSession>& session, const std::shared_ptr<VXCloudFile>& folder,
+                           std::chrono::milliseconds timeout) {
+    return run(session, timeout, [&] { session->loadFoldersInFolder(folder); });
+}
+
+SessionOutcome createFolder(const std::shared_ptr<VXCloudSession>& session, const std::string& name,
+                            const std::shared_ptr<VXCloudFile>& parent, std::chrono::milliseconds timeout) {
+    auto folder = std::make_shared<VXCloudFile>(name, true, false);
+    return run(session, timeout, [&] { session->uploadWithCloudFile(folder, parent, false); });
+}
+
+SessionOutcome uploadFile(const std::shared_ptr<VXCloudSession>& session, const std::shared_ptr<VXCloudFile>& file,
+                          const std::shared_ptr<VXCloudFile>& parent, bool overwrite, std::chrono::milliseconds timeout) {
+    return run(session, timeout, [&] { session->uploadWithCloudFile(file, parent, overwrite); });
+}
+
+SessionOutcome downloadSettings(const std::shared_ptr<VXCloudSession>& session, std::chrono::milliseconds timeout) {
+    if (!session) return run(session, timeout, [] {});
+    auto answer = std::make_shared<Answer<SessionOutcome>>();
+    session->downloadSettingsFileWithCompletionHandler(
+        [answer](std::shared_ptr<VXCloudFile> file, std::shared_ptr<VXCloudError> error) {
+            SessionOutcome o;
+            o.answered = true;
+            o.file = std::move(file);
+            o.error = std::move(error);
+            answer->deliver(std::move(o));
+        });
+    return answer->wait(timeout).value_or(SessionOutcome{});
+}
+
+UnlinkOutcome removeAuthorization(const std::shared_ptr<VXCloudSession>& session, std::chrono::milliseconds timeout) {
+    auto answer = std::make_shared<Answer<UnlinkOutcome>>();
+    session->removeAuthorizationWithCompletion([answer](std::shared_ptr<VXCloudAccount>, std::optional<PlatformError> error) {
+        answer->deliver(UnlinkOutcome{true, std::move(error)});
+    });
+    return answer->wait(timeout).value_or(UnlinkOutcome{});
+}
+
+std::string errorText(ErrorCode code) {
+    switch (code) {
+        case ErrorCode::authentication: return VXCloudString::AUTHENTICATION_ERROR();
+        case ErrorCode::connection: return VXCloudString::DOCUMENT_UPLOAD_FAILED_CONNECTION();
+        case ErrorCode::fileConflict: return VXCloudString::DOCUMENT_UPLOAD_CONFLICT_ERROR();
+        case ErrorCode::fileUpload: return VXCloudString::DOCUMENT_ERROR_FILE_UPLOAD();
+        case ErrorCode::monthlyQuotaReached:
+        case ErrorCode::storageQuotaReached: return VXCloudString::STORAGE_QUOTA_REACHED();
+        case ErrorCode::missingFolder: return VXCloudString::DOCUMENT_ERROR_FOLDER();
+        case ErrorCode::renameFailed: return VXCloudString::DOCUMENT_RENAME_ERROR();
+    }
+    return VXCloudString::GENERIC_ERROR();
+}
+
+}  // namespace vxcloud::cli

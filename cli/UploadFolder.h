@@ -1,0 +1,63 @@
+#pragma once
+// Setting an account's upload folder, as the account settings screen does: store the
+// folder in the account, save it, write the settings document to the service so the folder
+// is found again after linking anew, and announce the change. The host listens for the
+// announcement and, when asked to, moves the documents from the old folder to the new.
+#include <memory>
+#include <string>
+
+#include "vxcloud/model/VXCloudAccount.h"
+#include <nlohmann/json.hpp>
+
+#include "vxcloud/platform/Json.h"
+#include "vxcloud/platform/NotificationCenter.h"
+#include "vxcloud/sessions/VXCloudSession.h"
+
+namespace vxcloud::cli {
+
+class HostContext;
+class Prompter;
+class ProgressBoard;
+
+struct FolderChange {
+    bool settingsWritten = false;
+    std::string settingsProblem;  // why the settings document could not be written
+};
+
+// The settings document's content for an upload folder.
+Json settingsDocument(const Json& uploadFolderInfo);
+
+// Stores `uploadFolderInfo` as the account's upload folder and carries the change through.
+// Posts "VXCloudSelectedUploadFolderNotification" with "account", "fromFolder", "toFolder"
+// and "moveFiles", and lets the main queue deliver it before returning.
+FolderChange chooseUploadFolder(const std::shared_ptr<VXCloudAccount>& account,
+                                const std::shared_ptr<VXCloudSession>& session, const Json& uploadFolderInfo,
+                                bool moveFiles);
+
+// Reads the settings document back from the service: the upload-folder info it names, or
+// null when there is none (or it names no folder that still exists).
+Json folderFromSettingsDocument(const std::shared_ptr<VXCloudSession>& session);
+
+// While alive, answers folder changes that ask for it by moving the account's documents
+// from the old folder to the new one.
+class FolderChangeMover {
+public:
+    FolderChangeMover(HostContext& context, Prompter& prompter, std::shared_ptr<ProgressBoard> board);
+    ~FolderChangeMover();
+    FolderChangeMover(const FolderChangeMover&) = delete;
+    FolderChangeMover& operator=(const FolderChangeMover&) = delete;
+
+    // The report of the last move this mover carried out (null when none).
+    const Json& lastReport() const { return lastReport_; }
+
+private:
+    void onFolderSelected(const Notification& notification);
+
+    HostContext& context_;
+    Prompter& prompter_;
+    std::shared_ptr<ProgressBoard> board_;
+    NotificationCenter::ObserverToken token_;
+    Json lastReport_;
+};
+
+}  // namespace vxcloud::cli

@@ -1,0 +1,290 @@
+// accounts, link, unlink, settings: the accounts list and the account settings screen.
+#include <nlohmann/json.hpp>
+
+#include "AccountLinker.h"
+#include "Accounts.h"
+#include "CliError.h"
+#include "Commands.h"
+#include "Output.h"
+#include "Prompts.h"
+#include "SessionCalls.h"
+#include "vxcloud/engine/VXCloudSessionFactory.h"
+#include "vxcloud/engine/VXCloudUtils.h"
+#include "vxcloud/model/VXCloudConstants.h"
+#include "vxcloud/model/VXCloudWebDAVAccount.h"
+#include "vxcloud/platform/Dispatch.h"
+#include "vxcloud/platform/NotificationCenter.h"
+
+namespace vxcloud::cli {
+
+namespace {
+
+std::string errorWord(const VXCloudAccount& account) { return account.error ? account.error->getErrorCode() : ""; }
+
+Json accountJson(const VXCloudAccount& account, std::size_t number) {
+    Json entry = {{"number", number},
+                  {"key", account.key()},
+                  {"label", accountLabel(account)},
+                  {"service", account.accountType()},
+                  {"serviceName", displayName(account.cloudService)},
+                  {"displayName", account.displayName},
+                  {"email", account.email},
+                  {"shouldAutoUpload", account.shouldAutoUpload},
+                  {"onlyWifiUpload", account.onlyWifiUpload},
+                  {"uploadFolder", account.uploadFolderInfo.value_or_null()},
+                  {"uploadFolderPath", uploadFolderPath(account) ? Json(*uploadFolderPath(account)) : Json()},
+                  {"error", account.error ? Json(errorWord(account)) : Json()}};
+    if (auto refusal = autoUploadRefusal(account)) entry["autoUploadUnavailable"] = *refusal;
+    if (const auto* webdav = dynamic_cast<const VXCloudWebDAVAccount*>(&account)) {
+        entry["url"] = webdav->url;
+        entry["port"] = webdav->port;
+        entry["label"] = webdav->label ? Json(*webdav->label) : Json();
+    }
+    return entry;
+}
+
+// Notes under the table: what a person should know about an account.
+std::vector<std::string> accountNotes(const VXCloudAccount& account) {
+    std::vector<std::string> notes;
+    if (account.cloudService == VXCloudService::oneNote) notes.push_back(VXCloudString::ONENOTE_AUTOUPLOAD_INFO());
+    if (account.cloudService == VXCloudService::webDAV) notes.push_back(*autoUploadRefusal(account));
+    if (account.error && account.error->errorCode == ErrorCode::authentication)
+        notes.push_back(VXCloudString::AUTHORIZE_ACCOUNT() + ": " + VXCloudString::AUTHENTICATION_ERROR() +
+                        " (vxcloud link " + account.accountType() + ")");
+    if (account.shouldAutoUpload && !uploadFolderPath(account))
+        notes.push_back(VXCloudString::SET_DEFAULT_UPLOAD_FOLDER() + " (vxcloud folder '" + accountLabel(account) + "')");
+    return notes;
+}
+
+int listAccounts(const CommonOptions& common) {
+    HostContext context(hostOptions(common, /*offline=*/true));
+    const AccountList accounts = linkedAccounts();
+    if (common.json) {
+        Json list = Json::array();
+        for (std::size_t i = 0; i < accounts.size(); ++i) list.push_back(accountJson(*accounts[i], i + 1));
+        printJson(Json{{"accounts", list}});
+        return kExitOk;
+    }
+    if (accounts.empty()) {
+        say("No account is linked. Link one with: vxcloud link SERVICE   (" + serviceWords() + ")");
+        say("Or try everything on a local sandbox first: vxcloud demo");
+        return kExitOk;
+    }
+    say(VXCloudString::ACCOUNTS());
+    Table table({"#", "Service", "Name", "Account", VXCloudString::AUTO_UPLOAD(), "Wi-Fi only", "Upload folder", "Last error"});
+    std::vector<std::string> notes;
+    for (std::size_t i = 0; i < accounts.size(); ++i) {
+        const auto& a = *accounts[i];
+        const bool canAutoUpload = !autoUploadRefusal(a);
+        table.add({std::to_string(i + 1), displayName(a.cloudService), a.displayName, a.email,
+                   canAutoUpload ? onOff(a.shouldAutoUpload) : "n/a", onOff(a.onlyWifiUpload),
+                   uploadFolderPath(a).value_or("(none)"), a.error ? errorWord(a) : "-"});
+        for (const auto& note : accountNotes(a)) notes.push_back(std::to_string(i + 1) + ": " + note);
+    }
+    std::cout << table.render("  ");
+    for (const auto& note : notes) say("  " + note);
+    return kExitOk;
+}
+
+int link(const CommonOptions& common, const std::string& serviceText, const std::string& as, bool replace) {
+    const auto service = parseService(serviceText);
+    if (!service) throw CliError("unknown service \"" + serviceText + "\"; the services are: " + serviceWords(), kExitUsage);
+    HostContext context(hostOptions(common, false));
+    Prompter prompter = Prompter::forTerminal(common.noInput);
+    if (!common.json) say(VXCloudString::LOADING_ACCOUNT() + "…");
+    const LinkResult result = linkAccount(context, prompter, LinkRequest{*service, as, replace});
+    const auto& account = *result.account;
+    if (common.json) {
+        Json out = accountJson(account, 0);
+        out.erase("number");
+        out["relinked"] = result.relinked;
+        printJson(out);
+        return kExitOk;
+    }
+    say((result.relinked ? "Linked again: " : "Linked: ") + accountLabel(account) + " (" + account.displayName + ")");
+    if (result.folderFromSettings) {
+        say("Upload folder: " + uploadFolderPath(account).value_or("/") + " (named by the account's settings file)");
+    } else {
+        say("Next, choose its upload folder:  vxcloud folder '" + accountLabel(account) + "'");
+    }
+    if (!account.shouldAutoUpload)
+        say("and turn on automatic upload:    vxcloud settings '" + accountLabel(account) + "' --auto-upload on");
+    return kExitOk;
+}
+
+int unlink(const CommonOptions& common, const std::string& reference) {
+    const bool webdav = [&] {
+        HostContext offline(hostOptions(common, true));
+        return resolveAccount(reference)->cloudService == VXCloudService::webDAV;
+    }();
+    // WebDAV accounts are only stored here; the others sign out at their service.
+    HostContext context(hostOptions(common, webdav));
+    const auto account = resolveAccount(reference);
+    const std::string label = accountLabel(*account);
+    if (!webdav) {
+        if (auto session = initCloudSession(account)) {
+            const UnlinkOutcome outcome = removeAuthorization(session);
+            if (!outcome.answered || outcome.error) {
+                std::string why = !outcome.answered ? "the service did not answer in time"
+                                                    : outcome.error->domain + " error " + std::to_string(outcome.error->code);
+                throw CliError(VXCloudString::UNLINK_ACCOUNT_ERROR() + " (" + label + "): " + why);
+            }
+        } else if (!common.json) {
+            say("The account's sign-in was already gone; it is removed from this host.");
+        }
+    }
+    VXCloudUserDefaults::removeCloudAccount(account);
+    int forgotten = 0;
+    {
+        // The host forgets what it knew about the account's copies of its documents.
+        auto& records = context.records();
+        const auto before = records.documentsOnAccount(account->accountType(), account->email, std::nullopt).size();
+        NotificationCenter::defaultCenter().post(VXCloudAccountUnlinkedNotification, nullptr,
+                                                 Json{{"account", account->toDict()}});
+        DispatchQueue::main()->drain();
+        forgotten = static_cast<int>(before);
+    }
+    if (common.json) {
+        printJson(Json{{"unlinked", label}, {"key", account->key()}, {"documentsForgotten", forgotten}});
+    } else {
+        say(VXCloudString::UNLINK_ACCOUNT() + ": " + label + " is unlinked" +
+            (forgotten > 0 ? "; the records of its " + std::to_string(forgotten) + " document copies are removed" : "") + ".");
+    }
+    return kExitOk;
+}
+
+std::optional<bool> parseSwitch(const std::string& text, const char* option) {
+    if (text.empty()) return std::nullopt;
+    if (text == "on" || text == "yes" || text == "true" || text == "1") return true;
+    if (text == "off" || text == "no" || text == "false" || text == "0") return false;
+    throw CliError(std::string(option) + " takes on or off, not \"" + text + "\"", kExitUsage);
+}
+
+void showSettings(const VXCloudAccount& account) {
+    say(VXCloudString::ACCOUNT_SETTINGS() + " — " + accountLabel(account));
+    if (account.error && account.error->errorCode == ErrorCode::authentication)
+        say("  " + VXCloudString::AUTHORIZE_ACCOUNT() + ": " + VXCloudString::AUTHENTICATION_ERROR());
+    say("  " + VXCloudString::ACCOUNT_NAME() + ": " + account.displayName);
+    say("  Service: " + displayName(account.cloudService) + " (" + account.email + ")");
+    if (const auto* webdav = dynamic_cast<const VXCloudWebDAVAccount*>(&account))
+        say("  Server: " + webdav->url + " port " + webdav->port + (webdav->label ? " (" + *webdav->label + ")" : ""));
+    say("  " + VXCloudString::UPLOAD_SETTINGS());
+    if (auto refusal = autoUploadRefusal(account)) {
+        say("    " + VXCloudString::AUTO_UPLOAD() + ": n/a — " + *refusal);
+    } else {
+        say("    " + VXCloudString::AUTO_UPLOAD() + ": " + onOff(account.shouldAutoUpload));
+    }
+    say("    " + VXCloudString::ONLY_WIFI_UPLOAD() + ": " + onOff(account.onlyWifiUpload));
+    say("    Upload folder: " + uploadFolderPath(account).value_or(VXCloudString::SET_DEFAULT_UPLOAD_FOLDER()));
+    say("  Last error: " + (account.error ? errorWord(account) : std::string("none")));
+}
+
+int settings(const CommonOptions& common, const std::string& reference, const std::optional<std::string>& name,
+             const std::string& autoUploadText, const std::string& wifiText) {
+    HostContext context(hostOptions(common, /*offline=*/true));
+    auto account = resolveAccount(reference);
+    const auto autoUpload = parseSwitch(autoUploadText, "--auto-upload");
+    const auto wifiOnly = parseSwitch(wifiText, "--wifi-only");
+    if (name && name->find_first_not_of(" \t") == std::string::npos)
+        throw CliError("an account name cannot be empty", kExitUsage);
+    if (autoUpload && *autoUpload) {
+        if (auto refusal = autoUploadRefusal(*account)) throw CliError(*refusal, kExitFailed);
+    }
+
+    bool changed = false;
+    if (name && *name != account->displayName) {
+        account->displayName = *name;
+        changed = true;
+    }
+    if (wifiOnly && *wifiOnly != account->onlyWifiUpload) {
+        account->onlyWifiUpload = *wifiOnly;
+        changed = true;
+    }
+    if (changed) saveAccount(*account);
+    if (autoUpload && changeAutoUpload(*account, *autoUpload)) changed = true;
+    if (common.json) {
+        Json out = accountJson(*account, 0);
+        out.erase("number");
+        out["changed"] = changed;
+        printJson(out);
+        return kExitOk;
+    }
+    showSettings(*account);
+    if (account->shouldAutoUpload && !uploadFolderPath(*account))
+        say(VXCloudString::SET_DEFAULT_UPLOAD_FOLDER() + " vxcloud folder '" + accountLabel(*account) + "'");
+    return kExitOk;
+}
+
+}  // namespace
+
+void addAccountCommands(CommandLine& line) {
+    CommonOptions& common = line.common;
+    Action& action = line.action;
+    const std::string accountHelp = "The account: its number in `vxcloud accounts`, SERVICE:EMAIL, e-mail or name";
+
+    auto* accounts = line.app.add_subcommand("accounts", "List the linked accounts with their service, name, "
+                                                         "auto-upload, Wi-Fi-only, upload folder and last error");
+    accounts->alias("list");
+    addJson(accounts, common);
+    accounts->callback([&] { action = [&] { return listAccounts(common); }; });
+
+    struct LinkArgs {
+        std::string service, as;
+        bool replace = false;
+    };
+    auto linkArgs = std::make_shared<LinkArgs>();
+    auto* linkCommand = line.app.add_subcommand(
+        "link", "Link an account of a service (" + serviceWords() + ").\n"
+                "Against a sandbox (--sandbox URL) one of its accounts is linked at once; against the real\n"
+                "service the app's credentials must be set first, and the command says which are missing.");
+    linkCommand->add_option("service", linkArgs->service, "The service: its type word (dropbox, google_drive, ...)")
+        ->required();
+    linkCommand->add_option("--as", linkArgs->as,
+                            "Against a sandbox: which of its accounts (e-mail or user id; default the first)")
+        ->type_name("EMAIL");
+    linkCommand->add_flag("--replace", linkArgs->replace,
+                          "For OneDrive and Evernote, which allow one account: replace the linked one without asking");
+    addSandbox(linkCommand, common);
+    addVerbosity(linkCommand, common);
+    addJson(linkCommand, common);
+    addNoInput(linkCommand, common);
+    linkCommand->callback([&, linkArgs] {
+        action = [&, linkArgs] { return link(common, linkArgs->service, linkArgs->as, linkArgs->replace); };
+    });
+
+    auto unlinkRef = std::make_shared<std::string>();
+    auto* unlinkCommand = line.app.add_subcommand(
+        "unlink", "Unlink an account: sign out at its service, remove it, and forget its documents' records");
+    unlinkCommand->add_option("account", *unlinkRef, accountHelp)->required();
+    addSandbox(unlinkCommand, common);
+    addVerbosity(unlinkCommand, common);
+    addJson(unlinkCommand, common);
+    unlinkCommand->callback([&, unlinkRef] { action = [&, unlinkRef] { return unlink(common, *unlinkRef); }; });
+
+    struct SettingsArgs {
+        std::string account, autoUpload, wifi;
+        std::optional<std::string> name;
+    };
+    auto settingsArgs = std::make_shared<SettingsArgs>();
+    auto* settingsCommand = line.app.add_subcommand(
+        "settings", "Show or change an account's settings: name, automatic upload, Wi-Fi only");
+    settingsCommand->add_option("account", settingsArgs->account, accountHelp)->required();
+    settingsCommand->add_option("--name", settingsArgs->name, "A new display name for the account");
+    settingsCommand
+        ->add_option("--auto-upload", settingsArgs->autoUpload,
+                     "on: upload documents to this account automatically (vxcloud upload); off: do not")
+        ->type_name("on|off");
+    settingsCommand
+        ->add_option("--wifi-only", settingsArgs->wifi,
+                     "on: upload automatically only on Wi-Fi (a wired network counts as Wi-Fi)")
+        ->type_name("on|off");
+    addJson(settingsCommand, common);
+    settingsCommand->callback([&, settingsArgs] {
+        action = [&, settingsArgs] {
+            return settings(common, settingsArgs->account, settingsArgs->name, settingsArgs->autoUpload,
+                            settingsArgs->wifi);
+        };
+    });
+}
+
+}  // namespace vxcloud::cli

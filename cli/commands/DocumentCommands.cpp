@@ -1,0 +1,206 @@
+// upload, rename, move, status: the host's work on its documents.
+#include <nlohmann/json.hpp>
+
+#include "Accounts.h"
+#include "CliError.h"
+#include "Commands.h"
+#include "DocumentJobs.h"
+#include "FolderPicker.h"
+#include "Output.h"
+#include "Paths.h"
+#include "Progress.h"
+#include "StatusTable.h"
+#include "Prompts.h"
+#include "vxcloud/engine/UploadStatus.h"
+#include "vxcloud/engine/VXCloudSessionFactory.h"
+#include "vxcloud/engine/VXCloudUtils.h"
+
+namespace vxcloud::cli {
+
+namespace {
+
+struct JobArgs {
+    std::vector<std::string> files;
+    std::vector<std::string> accounts;
+    std::string newName;
+    std::string account;
+    std::string to;
+    std::optional<std::string> from;
+    bool create = false;
+    bool overwrite = false;
+    int retries = 0;
+    int timeout = 300;
+};
+
+JobOptions jobOptions(const JobArgs& args) {
+    JobOptions options;
+    options.accountRefs = args.accounts;
+    options.overwrite = args.overwrite;
+    options.retries = std::max(0, args.retries);
+    options.timeout = std::chrono::seconds(std::max(1, args.timeout));
+    return options;
+}
+
+std::shared_ptr<ProgressBoard> boardFor(const CommonOptions& common) {
+    return ProgressBoard::create(stdoutIsTerminal() && common.verbosity == 0, common.json);
+}
+
+int finish(HostContext& context, const CommonOptions& common, const JobReport& report) {
+    const bool ok = report.ok() && context.keeper().problems().empty();
+    if (common.json) {
+        Json out = report.toJson(context);
+        out["ok"] = ok;
+        printJson(out);
+    } else if (report.documents.size() > 1 || !ok) {
+        std::size_t good = 0;
+        for (const auto& document : report.documents) good += document.ok() ? 1 : 0;
+        say(std::to_string(good) + " of " + std::to_string(report.documents.size()) + " document" +
+            (report.documents.size() == 1 ? "" : "s") + " done" + (ok ? "." : "; see above for the rest."));
+    }
+    return ok ? kExitOk : kExitFailed;
+}
+
+int upload(const CommonOptions& common, const JobArgs& args) {
+    HostContext context(hostOptions(common, false));
+    Prompter prompter = Prompter::forTerminal(common.noInput || common.json);
+    DocumentJobs jobs(context, prompter, boardFor(common), jobOptions(args));
+    return finish(context, common, jobs.upload(args.files));
+}
+
+int rename(const CommonOptions& common, const JobArgs& args) {
+    if (auto problem = folderNameProblem(args.newName))
+        throw CliError("\"" + args.newName + "\" cannot be a document name: " + *problem, kExitUsage);
+    HostContext context(hostOptions(common, false));
+    Prompter prompter = Prompter::forTerminal(common.noInput || common.json);
+    DocumentJobs jobs(context, prompter, boardFor(common), jobOptions(args));
+    return finish(context, common, jobs.rename(args.files.front(), args.newName));
+}
+
+int move(const CommonOptions& common, const JobArgs& args) {
+    HostContext context(hostOptions(common, false));
+    Prompter prompter = Prompter::forTerminal(common.noInput || common.json);
+    const auto account = resolveAccount(args.account);
+    if (account->cloudService == VXCloudService::webDAV)
+        throw CliError("documents on WebDAV accounts cannot be moved in this version");
+    const auto session = initCloudSession(account);
+    if (!session) throw CliError("no session can be made for " + accountLabel(*account) + "; link it again");
+    const auto toInfo = resolveFolderPath(session, args.to, args.create).uploadFolderInfo();
+    std::shared_ptr<VXCloudFile> fromFolder;
+    if (args.from) fromFolder = initUploadFolderFromDictionary(resolveFolderPath(session, *args.from, false).uploadFolderInfo());
+    DocumentJobs jobs(context, prompter, boardFor(common), jobOptions(args));
+    return finish(context, common, jobs.move(args.files, account, fromFolder, initUploadFolderFromDictionary(toInfo)));
+}
+
+int status(const CommonOptions& common, const std::vector<std::string>& files) {
+    using namespace uploadstatus;
+    HostContext context(hostOptions(common, /*offline=*/true));
+    auto& records = context.records();
+    std::vector<DocumentRow> documents;
+    int result = kExitOk;
+    if (files.empty()) {
+        documents = records.documents();
+    } else {
+        for (const auto& file : files) {
+            if (auto row = records.documentByPath(absolutePath(file))) {
+                documents.push_back(*row);
+            } else {
+                warn(absolutePath(file) + " has no records: it was never uploaded");
+                result = kExitFailed;
+            }
+        }
+    }
+    const AccountList accounts = linkedAccounts();
+    Json out = Json::array();
+    if (!common.json && documents.empty() && files.empty()) say("No document has been uploaded yet.");
+    for (const auto& document : documents) {
+        if (common.json) {
+            const auto rows = records.records(document.id);
+            Json list = Json::array();
+            for (const auto& row : rows)
+                list.push_back(Json{{"accountType", row.accountType},
+                                    {"accountId", row.accountId},
+                                    {"record", row.record},
+                                    {"folderPath", row.folderPath ? Json(*row.folderPath) : Json()},
+                                    {"updatedAt", row.updatedAt}});
+            out.push_back(Json{{"path", document.path},
+                               {"name", document.name},
+                               {"fileIdentifier", document.fileIdentifier},
+                               {"records", list}});
+            continue;
+        }
+        say(document.name + "   (" + document.path + ")");
+        std::cout << statusTable(records, document, accounts);
+    }
+    if (common.json) printJson(Json{{"documents", out}});
+    return result;
+}
+
+void addJobOptions(CLI::App* command, JobArgs& args, bool withOverwrite) {
+    if (withOverwrite) {
+        command->add_flag("--overwrite", args.overwrite,
+                          "Answer \"Overwrite\" without asking: replace a copy that was changed elsewhere");
+        command->add_option("--retries", args.retries,
+                            "Answer \"Retry\" this many times without asking when a transfer fails (default 0)");
+    }
+    command->add_option("--timeout", args.timeout, "Seconds to wait for the services' answers (default 300)");
+}
+
+}  // namespace
+
+void addDocumentCommands(CommandLine& line) {
+    CommonOptions& common = line.common;
+    Action& action = line.action;
+    const std::string accountHelp = "An account (number, SERVICE:EMAIL, e-mail or name); may be repeated";
+
+    auto uploadArgs = std::make_shared<JobArgs>();
+    auto* uploadCommand = line.app.add_subcommand(
+        "upload", "Upload PDF documents to every linked account with automatic upload on (or those given).\n"
+                  "Unchanged documents are not sent again; a copy changed elsewhere is a conflict, and you are\n"
+                  "asked whether to overwrite it. Shows a progress bar per account on a terminal.");
+    uploadCommand->add_option("files", uploadArgs->files, "The PDF documents")->required();
+    uploadCommand->add_option("-a,--account", uploadArgs->accounts, accountHelp);
+    addJobOptions(uploadCommand, *uploadArgs, true);
+    addSandbox(uploadCommand, common);
+    addVerbosity(uploadCommand, common);
+    addJson(uploadCommand, common);
+    addNoInput(uploadCommand, common);
+    uploadCommand->callback([&, uploadArgs] { action = [&, uploadArgs] { return upload(common, *uploadArgs); }; });
+
+    auto renameArgs = std::make_shared<JobArgs>();
+    auto* renameCommand = line.app.add_subcommand(
+        "rename", "Rename an uploaded document on every account that holds a copy of it");
+    renameCommand->add_option("file", renameArgs->files, "The document (as it was uploaded)")->required()->expected(1);
+    renameCommand->add_option("name", renameArgs->newName, "The new name, e.g. \"Invoice 2024.pdf\"")->required();
+    renameCommand->add_option("-a,--account", renameArgs->accounts, accountHelp);
+    addJobOptions(renameCommand, *renameArgs, true);
+    addSandbox(renameCommand, common);
+    addVerbosity(renameCommand, common);
+    addJson(renameCommand, common);
+    addNoInput(renameCommand, common);
+    renameCommand->callback([&, renameArgs] { action = [&, renameArgs] { return rename(common, *renameArgs); }; });
+
+    auto moveArgs = std::make_shared<JobArgs>();
+    auto* moveCommand = line.app.add_subcommand(
+        "move", "Move uploaded documents between two folders of one account (the account needs automatic\n"
+                "upload on). To change the upload folder and move its documents along: vxcloud folder --move-files");
+    moveCommand->add_option("files", moveArgs->files, "The documents (as they were uploaded)")->required();
+    moveCommand->add_option("-a,--account", moveArgs->account, "The account")->required();
+    moveCommand->add_option("--to", moveArgs->to, "The folder to move them to, e.g. /Archive")->required();
+    moveCommand->add_option("--from", moveArgs->from, "The folder they are in (default the account's upload folder)");
+    moveCommand->add_flag("--create", moveArgs->create, "Create the --to folder when it does not exist");
+    addJobOptions(moveCommand, *moveArgs, false);
+    addSandbox(moveCommand, common);
+    addVerbosity(moveCommand, common);
+    addJson(moveCommand, common);
+    moveCommand->callback([&, moveArgs] { action = [&, moveArgs] { return move(common, *moveArgs); }; });
+
+    auto statusFiles = std::make_shared<std::vector<std::string>>();
+    auto* statusCommand = line.app.add_subcommand(
+        "status", "Show a document's upload status per account, from the host's records (every document\n"
+                  "when none is given)");
+    statusCommand->add_option("files", *statusFiles, "The documents");
+    addJson(statusCommand, common);
+    statusCommand->callback([&, statusFiles] { action = [&, statusFiles] { return status(common, *statusFiles); }; });
+}
+
+}  // namespace vxcloud::cli
