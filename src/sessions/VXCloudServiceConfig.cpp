@@ -43,6 +43,14 @@ VXCloudServiceEndpoints VXCloudServiceConfig::defaultEndpoints(VXCloudService se
             e.authorizeUrl = "https://www.dropbox.com/oauth2/authorize";
             e.tokenUrl = "https://api.dropboxapi.com/oauth2/token";
             break;
+        case VXCloudService::googleDrive:
+            e.apiBase = "https://www.googleapis.com";
+            e.contentBase = "https://www.googleapis.com/upload";
+            e.authorizeUrl = "https://accounts.google.com/o/oauth2/v2/auth";
+            e.tokenUrl = "https://oauth2.googleapis.com/token";
+            e.extra["revoke"] = "https://oauth2.googleapis.com/revoke";
+            e.extra["userinfo"] = "https://openidconnect.googleapis.com/v1/userinfo";
+            break;
         default:
             break;
     }

@@ -49,6 +49,10 @@ public:
     virtual bool offersVersion() const { return true; }
     // The code of an upload that may not replace a same-named document.
     virtual ErrorCode conflictCode() const { return ErrorCode::fileConflict; }
+    // Whether a new document (no fingerprint, no earlier record) is stored beside a
+    // same-named one, as Drive allows; such a service shows the clash once the document
+    // carries its local fingerprint, as the engine sends it when comparing hashes.
+    virtual bool keepsSameNamedDocuments() const { return false; }
 };
 
 struct ProviderCase {

@@ -1,4 +1,5 @@
 #include "sessions/DropboxFixture.h"
+#include "sessions/GoogleDriveFixture.h"
 #include "sessions/ProviderFixture.h"
 
 namespace vxcloud::testing {
@@ -6,6 +7,7 @@ namespace vxcloud::testing {
 std::vector<ProviderCase> contractProviders() {
     return {
         {"Dropbox", [] { return std::make_unique<DropboxFixture>(); }},
+        {"GoogleDrive", [] { return std::make_unique<GoogleDriveFixture>(); }},
     };
 }
 

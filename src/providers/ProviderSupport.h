@@ -1,0 +1,72 @@
+#pragma once
+// Pieces every provider client shares: a call's value-or-error result, the transport's
+// failure kinds in ProviderError's words, and a progress counter for uploads that go out
+// in several requests.
+#include <algorithm>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <utility>
+
+#include "vxcloud/model/ProviderError.h"
+#include "vxcloud/platform/Http.h"
+
+namespace vxcloud::providers {
+
+// The value of a successful call, or the error of a failed one.
+template <typename T, typename E>
+class Result {
+public:
+    static Result success(T value) {
+        Result r;
+        r.value_ = std::move(value);
+        return r;
+    }
+    static Result failure(E error) {
+        Result r;
+        r.error_ = std::move(error);
+        return r;
+    }
+    template <typename U>
+    static Result failureOf(const Result<U, E>& other) {
+        return failure(other.error());
+    }
+    bool ok() const { return value_.has_value(); }
+    const T& value() const { return *value_; }
+    T& value() { return *value_; }
+    const E& error() const { return *error_; }
+
+private:
+    std::optional<T> value_;
+    std::optional<E> error_;
+};
+
+TransportErrorKind transportErrorKind(TransportError error);
+
+// Turns per-request byte counts into one never-decreasing count for the document, so
+// pieces add up and a repeated request does not make progress jump back.
+class UploadProgressTracker {
+public:
+    using Callback = std::function<void(std::int64_t completed, std::int64_t total)>;
+
+    UploadProgressTracker(const Callback& progress, std::int64_t total) : progress_(progress), total_(total) {}
+
+    // The transport's progress callback for a request whose body starts at `offset`.
+    std::function<void(std::int64_t, std::int64_t)> forRequestAt(std::int64_t offset) {
+        if (!progress_) return {};
+        return [this, offset](std::int64_t sent, std::int64_t) { advance(offset + sent); };
+    }
+    void advance(std::int64_t completed) {
+        completed = std::min(completed, total_);
+        if (!progress_ || completed <= reported_) return;
+        reported_ = completed;
+        progress_(completed, total_);
+    }
+
+private:
+    const Callback& progress_;
+    std::int64_t total_;
+    std::int64_t reported_ = 0;
+};
+
+}  // namespace vxcloud::providers

@@ -1,0 +1,121 @@
+#include "sessions/SessionSupport.h"
+
+#include <algorithm>
+#include <cctype>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+namespace vxcloud::sessions {
+
+namespace {
+constexpr std::string_view kCategory = "sessions";
+}  // namespace
+
+void runKeepingAlive(std::shared_ptr<VXCloudSession> session, std::function<void()> block,
+                     std::string_view category, QoS qos) {
+    DispatchQueue::global(qos)->async(
+        [session = std::move(session), block = std::move(block), category = std::string(category)] {
+            guarded(category, "a session step", block);
+        });
+}
+
+std::optional<ByteBuffer> documentFromBlock(const CreatePDFBlock& createPDFBlock, std::string_view category) {
+    std::optional<std::string> path;
+    guarded(category, "the host's PDF callback", [&] {
+        if (createPDFBlock) path = createPDFBlock();
+    });
+    if (!path) return std::nullopt;
+    std::ifstream in(*path, std::ios::binary);
+    std::ostringstream bytes;
+    if (in) bytes << in.rdbuf();
+    if (!in || in.bad()) {
+        log::warning(category, "the regenerated document cannot be read");
+        return std::nullopt;
+    }
+    return ByteBuffer::adopt(std::move(bytes).str());
+}
+
+std::shared_ptr<VXCloudError> makeError(ErrorCode code) { return std::make_shared<VXCloudError>(code); }
+
+void adoptServiceFields(VXCloudFile& file, const VXCloudFile& fromService) {
+    file.name = fromService.name;
+    file.id = fromService.id;
+    file.path = fromService.path;
+    file.version = fromService.version;
+}
+
+bool hasUploadStatus(const VXCloudFile& file) {
+    const JsonBox& status = file.fileUploadStatus;
+    if (!status.has_value() || status->is_null()) return false;
+    return !((status->is_object() || status->is_array()) && status->empty());
+}
+
+bool equalsIgnoringCase(const std::string& a, const std::string& b) {
+    return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](unsigned char x, unsigned char y) {
+               return std::tolower(x) == std::tolower(y);
+           });
+}
+
+namespace report {
+
+void uploaded(const std::shared_ptr<VXCloudSession>& session, const std::shared_ptr<VXCloudFile>& file) {
+    if (auto delegate = session->cloudSessionDelegate()) {
+        guarded(kCategory, "the upload delegate", [&] { delegate->cloudSessionDidUploadFile(session, file); });
+    }
+}
+
+void uploadFailed(const std::shared_ptr<VXCloudSession>& session, const std::shared_ptr<VXCloudFile>& file,
+                  const std::shared_ptr<VXCloudError>& error) {
+    if (auto delegate = session->cloudSessionDelegate()) {
+        guarded(kCategory, "the upload delegate",
+                [&] { delegate->cloudSessionUploadFailedForFile(session, file, error); });
+    }
+}
+
+void renamed(const std::shared_ptr<VXCloudSession>& session, const std::shared_ptr<VXCloudFile>& file) {
+    if (auto delegate = session->cloudSessionDelegate()) {
+        guarded(kCategory, "the rename delegate", [&] { delegate->cloudSessionDidRenameFile(session, file); });
+    }
+}
+
+void renameFailed(const std::shared_ptr<VXCloudSession>& session, const std::shared_ptr<VXCloudFile>& file,
+                  const std::shared_ptr<VXCloudError>& error) {
+    if (auto delegate = session->cloudSessionDelegate()) {
+        guarded(kCategory, "the rename delegate",
+                [&] { delegate->cloudSessionRenameFailedForFile(session, file, error); });
+    }
+}
+
+void moved(const std::shared_ptr<VXCloudSession>& session, const VXCloudFileList& moved,
+           const VXCloudFileList& notMoved) {
+    if (auto delegate = session->cloudSessionDelegate()) {
+        guarded(kCategory, "the move delegate", [&] { delegate->cloudSessionDidMoveFiles(session, moved, notMoved); });
+    }
+}
+
+void folders(const std::shared_ptr<VXCloudSession>& session, const VXCloudFileList& folders,
+             const std::shared_ptr<VXCloudFile>& parent) {
+    if (auto delegate = session->cloudSessionDelegate()) {
+        guarded(kCategory, "the folders delegate",
+                [&] { delegate->cloudSessionDidLoadFolders(session, folders, parent); });
+    }
+}
+
+void foldersFailed(const std::shared_ptr<VXCloudSession>& session, const std::shared_ptr<VXCloudError>& error) {
+    if (auto delegate = session->cloudSessionDelegate()) {
+        guarded(kCategory, "the folders delegate",
+                [&] { delegate->cloudSessionLoadFoldersFailedWithError(session, error); });
+    }
+}
+
+void progress(const std::shared_ptr<VXCloudSession>& session, std::int64_t current, std::int64_t total) {
+    if (auto delegate = session->cloudSessionProgressDelegate()) {
+        guarded(kCategory, "the progress delegate",
+                [&] { delegate->cloudSessionCurrentUploadedBytes(session, current, total); });
+    }
+}
+
+}  // namespace report
+
+}  // namespace vxcloud::sessions

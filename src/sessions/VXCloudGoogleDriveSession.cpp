@@ -1,0 +1,184 @@
+// The Google Drive session: construction, authorisation, folder listing, the settings
+// document and the search texts. Upload, rename and move live in their own files.
+//
+// Threads: the client blocks on the network, so every operation runs on a global queue and
+// reports from that thread; moves run side by side on global queues as well.
+#include "vxcloud/sessions/VXCloudGoogleDriveSession.h"
+
+#include <nlohmann/json.hpp>
+
+#include "providers/google/GoogleDriveClient.h"
+#include "sessions/SessionSupport.h"
+#include "sessions/VXCloudGoogleDriveSessionSupport.h"
+#include "vxcloud/auth/VXCloudTokenStore.h"
+#include "vxcloud/engine/VXCloudUtils.h"
+#include "vxcloud/model/VXCloudAccount.h"
+#include "vxcloud/model/VXCloudUserDefaults.h"
+
+namespace vxcloud {
+
+using namespace sessions;
+using google_session::kCategory;
+
+struct VXCloudGoogleDriveSession::Private {};
+
+namespace {
+// Platform error code of removeAuthorization.
+constexpr long kAuthorizationNotRemoved = 3;
+}  // namespace
+
+std::string VXCloudGoogleDriveSession::storageName(const VXCloudAccount& account) {
+    return std::string(keyPrefix(VXCloudService::googleDrive)) + account.userId;
+}
+
+std::shared_ptr<VXCloudGoogleDriveSession> VXCloudGoogleDriveSession::initWithCloudAccount(
+    std::shared_ptr<VXCloudAccount> account) {
+    if (!account || account->cloudService != VXCloudService::googleDrive) return nullptr;
+    auto client = drive::GoogleDriveClient::forStorageName(storageName(*account));
+    if (!client) return nullptr;
+    return std::make_shared<VXCloudGoogleDriveSession>(Private{}, std::move(account), std::move(client));
+}
+
+VXCloudGoogleDriveSession::VXCloudGoogleDriveSession(const Private&, std::shared_ptr<VXCloudAccount> account,
+                                                     std::shared_ptr<drive::GoogleDriveClient> client)
+    : VXCloudSession(std::move(account), DelegateOwnership::weak), client_(std::move(client)) {}
+
+VXCloudGoogleDriveSession::~VXCloudGoogleDriveSession() = default;
+
+std::shared_ptr<VXCloudGoogleDriveSession> VXCloudGoogleDriveSession::self() {
+    return std::static_pointer_cast<VXCloudGoogleDriveSession>(shared_from_this());
+}
+
+void VXCloudGoogleDriveSession::runInBackground(std::function<void()> block) {
+    runKeepingAlive(self(), std::move(block), kCategory);
+}
+
+std::optional<std::uint64_t> VXCloudGoogleDriveSession::previousUploadAmount() const {
+    std::lock_guard lock(progressMutex_);
+    return previousUploadAmount_;
+}
+
+std::string VXCloudGoogleDriveSession::folderId(const std::shared_ptr<VXCloudFile>& parent, bool forLookup) {
+    if (!parent || !parent->id) return "root";
+    if (forLookup && parent->id->empty()) return "root";
+    return *parent->id;
+}
+
+std::string VXCloudGoogleDriveSession::quoted(const std::string& text) {
+    // Backslashes first, then quotes, so an escaped quote's backslash is not doubled.
+    std::string out = "'";
+    for (const char c : text) {
+        if (c == '\\' || c == '\'') out += '\\';
+        out += c;
+    }
+    return out + "'";
+}
+
+std::string VXCloudGoogleDriveSession::subfoldersQuery(const std::string& folderId) {
+    return quoted(folderId) + " IN parents and mimeType = '" + drive::kFolderMimeType + "' and trashed = false";
+}
+
+std::string VXCloudGoogleDriveSession::documentQuery(const std::string& folderId, const std::string& name) {
+    return quoted(folderId) + " IN parents and name = " + quoted(name) + " and trashed = false";
+}
+
+std::string VXCloudGoogleDriveSession::folderContentsQuery(const std::string& folderId) {
+    return quoted(folderId) + " IN parents and trashed = false";
+}
+
+std::string VXCloudGoogleDriveSession::settingsQuery() { return documentQuery("root", kSettingsFileName); }
+
+std::shared_ptr<VXCloudFile> VXCloudGoogleDriveSession::rootFolder() const {
+    auto root = std::make_shared<VXCloudFile>(displayName(VXCloudService::googleDrive), true, true);
+    root->id = this->root;
+    return root;
+}
+
+void VXCloudGoogleDriveSession::isAuthorizedWithCompletion(std::function<void(bool)> completion) {
+    runInBackground([this, completion = std::move(completion)] {
+        const auto about = client_->aboutGet("user");
+        const bool authorized = about.ok() && about.value().is_object() && about.value().contains("user") &&
+                                about.value()["user"].is_object();
+        if (completion) guarded(kCategory, "the isAuthorized completion", [&] { completion(authorized); });
+    });
+}
+
+void VXCloudGoogleDriveSession::removeAuthorizationWithCompletion(
+    std::function<void(std::shared_ptr<VXCloudAccount>, std::optional<PlatformError>)> completion) {
+    runInBackground([this, completion = std::move(completion)] {
+        const std::shared_ptr<VXCloudAccount>& account = cloudAccount();
+        std::optional<PlatformError> error;
+        if (VXCloudTokenStore::remove(VXCloudService::googleDrive, storageName(*account))) {
+            VXCloudUserDefaults::removeCloudAccount(account);
+        } else {
+            error = PlatformError{kVXCloudErrorDomain, kAuthorizationNotRemoved, {}};
+        }
+        if (completion) guarded(kCategory, "the removeAuthorization completion", [&] { completion(account, error); });
+    });
+}
+
+void VXCloudGoogleDriveSession::loadFoldersInFolder(std::shared_ptr<VXCloudFile> folder) {
+    // A folder without an id cannot be searched; the picker never offers one.
+    if (!folder || !folder->id) return;
+    runInBackground([this, folder] {
+        auto listed = client_->listFiles(subfoldersQuery(*folder->id));
+        if (!listed.ok()) {
+            return report::foldersFailed(self(), VXCloudError::initWithError(listed.error().error,
+                                                                               VXCloudService::googleDrive));
+        }
+        VXCloudFileList folders;
+        for (const auto& item : listed.value()) {
+            auto record = initWithFile(item);
+            if (record && record->isFolder) folders.push_back(std::move(record));
+        }
+        report::folders(self(), folders, folder);
+    });
+}
+
+void VXCloudGoogleDriveSession::downloadSettingsFileWithCompletionHandler(
+    std::function<void(std::shared_ptr<VXCloudFile>, std::shared_ptr<VXCloudError>)> completion) {
+    runInBackground([this, completion = std::move(completion)] {
+        auto finish = [&](std::shared_ptr<VXCloudFile> file, std::shared_ptr<VXCloudError> error) {
+            if (completion) {
+                guarded(kCategory, "the settings completion", [&] { completion(std::move(file), std::move(error)); });
+            }
+        };
+        auto failedWith = [](const drive::CallError& error) {
+            return makeError(VXCloudError::errorCodeFromGoogleDriveError(error.error));
+        };
+        auto listed = client_->listFiles(settingsQuery(), google_session::kLookupFields);
+        if (!listed.ok()) return finish(nullptr, failedWith(listed.error()));
+        // Several settings documents may exist: the first in the answer counts.
+        if (listed.value().empty() || !listed.value().front().identifier) {
+            return finish(nullptr, makeError(ErrorCode::missingFolder));
+        }
+        const drive::File& found = listed.value().front();
+        auto bytes = client_->fetch("/drive/v3/files/" + HttpClient::urlEncode(*found.identifier) + "?alt=media");
+        if (!bytes.ok()) return finish(nullptr, failedWith(bytes.error()));
+        auto record = initWithFile(found);
+        if (!record) return finish(nullptr, makeError(ErrorCode::missingFolder));
+        record->fileData = bytes.value();
+
+        const std::string_view text = bytes.value().view();
+        const auto settings = nlohmann::json::parse(text.begin(), text.end(), nullptr, false);
+        const auto folderIdValue = settings.is_object() ? settings.find(VXCloudFile::kUploadFolderIdKey) : settings.end();
+        if (!settings.is_object() || folderIdValue == settings.end() || !folderIdValue->is_string()) {
+            return finish(record, makeError(ErrorCode::missingFolder));
+        }
+        // The caller reads the folder from the record's data; here only its presence counts.
+        const auto folder = client_->getFile(folderIdValue->get<std::string>(), "trashed");
+        const bool present = folder.ok() && !folder.value().trashed.value_or(false);
+        finish(record, present ? nullptr : makeError(ErrorCode::missingFolder));
+    });
+}
+
+void VXCloudGoogleDriveSession::reportProgress(std::int64_t uploaded, std::int64_t expected) {
+    std::int64_t current = 0;
+    {
+        std::lock_guard lock(progressMutex_);
+        current = progressIncrement(previousUploadAmount_, uploaded);
+    }
+    report::progress(self(), current, expected);
+}
+
+}  // namespace vxcloud

@@ -1,0 +1,232 @@
+#include "sessions/GoogleDriveFixture.h"
+
+#include <chrono>
+#include <nlohmann/json.hpp>
+
+#include "vxcloud/auth/VXCloudTokenStore.h"
+#include "vxcloud/model/VXCloudUserDefaults.h"
+#include "vxcloud/platform/Http.h"
+#include "vxcloud/sessions/VXCloudServiceConfig.h"
+
+namespace vxcloud::testing {
+
+namespace {
+
+constexpr const char* kDriveScope = "https://www.googleapis.com/auth/drive";
+
+std::int64_t nowSeconds() {
+    return std::chrono::duration_cast<std::chrono::seconds>(std::chrono::system_clock::now().time_since_epoch())
+        .count();
+}
+
+std::string enc(const std::string& text) { return HttpClient::urlEncode(text); }
+
+Json parse(const httplib::Result& result) {
+    if (!result) return Json();
+    return Json::parse(result->body, nullptr, false);
+}
+
+// The value of one query parameter of a URL.
+std::string queryParam(const std::string& url, const std::string& name) {
+    const auto query = url.find('?');
+    if (query == std::string::npos) return {};
+    std::size_t pos = query + 1;
+    while (pos < url.size()) {
+        std::size_t end = url.find('&', pos);
+        if (end == std::string::npos) end = url.size();
+        const std::string pair = url.substr(pos, end - pos);
+        if (pair.rfind(name + "=", 0) == 0) return HttpClient::urlDecode(pair.substr(name.size() + 1));
+        pos = end + 1;
+    }
+    return {};
+}
+
+}  // namespace
+
+GoogleDriveFixture::GoogleDriveFixture() = default;
+GoogleDriveFixture::~GoogleDriveFixture() { tearDown(); }
+
+std::unique_ptr<httplib::Client> GoogleDriveFixture::client() const {
+    auto c = std::make_unique<httplib::Client>("127.0.0.1", sandbox_->port());
+    c->set_connection_timeout(10, 0);
+    c->set_read_timeout(20, 0);
+    c->set_write_timeout(20, 0);
+    return c;
+}
+
+httplib::Headers GoogleDriveFixture::auth() const { return {{"Authorization", "Bearer " + fixtureToken_}}; }
+
+bool GoogleDriveFixture::setUp(std::string& error) {
+    stores_ = std::make_unique<IsolatedStores>();
+    sandbox_ = std::make_unique<sandbox::Sandbox>();
+    if (!sandbox_->start(0, "127.0.0.1", &error)) return false;
+    sandboxAccount_ = sandbox_->account(kProvider);
+    if (sandboxAccount_.userId.empty()) {
+        error = "the sandbox has no Google account";
+        return false;
+    }
+
+    VXCloudServiceEndpoints endpoints;
+    endpoints.apiBase = sandbox_->endpoint(kProvider, "api");
+    endpoints.contentBase = sandbox_->endpoint(kProvider, "upload");
+    endpoints.authorizeUrl = sandbox_->endpoint(kProvider, "authorize");
+    endpoints.tokenUrl = sandbox_->endpoint(kProvider, "token");
+    endpoints.extra["revoke"] = sandbox_->endpoint(kProvider, "revoke");
+    endpoints.extra["userinfo"] = sandbox_->endpoint(kProvider, "userinfo");
+    VXCloudServiceConfig::setEndpoints(VXCloudService::googleDrive, endpoints);
+    VXCloudServiceConfig::setCredentials(VXCloudService::googleDrive, {"sandbox-client.apps.googleusercontent.com", std::nullopt});
+    VXCloudServiceConfig::setUploadLimits(VXCloudService::googleDrive, {});
+
+    // The fixture's own sign-in, approved at once.
+    auto c = client();
+    const std::string redirect = "http://127.0.0.1:9/fixture";
+    auto authorized = c->Get("/google/o/oauth2/v2/auth?client_id=fixture&response_type=code&state=s&scope=" +
+                             enc(kDriveScope) + "&redirect_uri=" + enc(redirect) +
+                             "&sandbox_auto_approve=1&sandbox_account=" + enc(sandboxAccount_.userId));
+    const std::string code = authorized ? queryParam(authorized->get_header_value("Location"), "code") : "";
+    if (code.empty()) {
+        error = "the fixture's sign-in was not approved";
+        return false;
+    }
+    const Json token = parse(c->Post("/google/token",
+                                      "grant_type=authorization_code&client_id=fixture&code=" + enc(code) +
+                                          "&redirect_uri=" + enc(redirect),
+                                      "application/x-www-form-urlencoded"));
+    if (!token.is_object() || !token.contains("access_token")) {
+        error = "the fixture's code was not exchanged";
+        return false;
+    }
+    fixtureToken_ = token["access_token"].get<std::string>();
+
+    account_ = linkAccount(sandboxAccount_, error);
+    return account_ != nullptr;
+}
+
+std::shared_ptr<VXCloudAccount> GoogleDriveFixture::linkAccount(const sandbox::SandboxAccount& linked,
+                                                                std::string& error) {
+    VXCloudOAuthToken token;
+    token.accessToken = linked.accessToken;
+    token.refreshToken = linked.refreshToken;
+    token.expiresAt = nowSeconds() + 3600;
+    token.scope = kDriveScope;
+    auto account = std::make_shared<VXCloudAccount>(linked.userId, linked.email, VXCloudService::googleDrive);
+    if (!VXCloudTokenStore::save(VXCloudService::googleDrive, VXCloudGoogleDriveSession::storageName(*account), token)) {
+        error = "the authorisation could not be stored";
+        return nullptr;
+    }
+    const Json scans = sandbox_->putFolder(kProvider, "/Scans", linked.userId, &error);
+    if (!scans.is_object()) return nullptr;
+    account->shouldAutoUpload = true;
+    account->onlyWifiUpload = false;
+    account->uploadFolderInfo = Json{{VXCloudFile::kUploadFolderIdKey, scans["id"]},
+                                     {VXCloudFile::kUploadFolderNameKey, "Scans"},
+                                     {VXCloudFile::kUploadFolderPathKey, "/Scans"}};
+    if (!VXCloudUserDefaults::saveCloudAccount(*account)) {
+        error = "the account could not be stored";
+        return nullptr;
+    }
+    return account;
+}
+
+void GoogleDriveFixture::tearDown() {
+    if (sandbox_) retireInBackground(std::shared_ptr<sandbox::Sandbox>(std::move(sandbox_)));
+    VXCloudServiceConfig::reset(VXCloudService::googleDrive);
+    stores_.reset();
+}
+
+std::shared_ptr<VXCloudGoogleDriveSession> GoogleDriveFixture::makeDriveSession() {
+    return VXCloudGoogleDriveSession::initWithCloudAccount(account_);
+}
+
+std::shared_ptr<VXCloudFile> GoogleDriveFixture::makeFolder(const std::string& name,
+                                                            const std::shared_ptr<VXCloudFile>& parent) {
+    const std::string parentId = parent && parent->id ? *parent->id : "root";
+    const Json body = {{"name", name}, {"mimeType", drive::kFolderMimeType}, {"parents", {parentId}}};
+    const Json made = parse(client()->Post("/google/drive/v3/files?fields=id", auth(), body.dump(), "application/json"));
+    auto folder = std::make_shared<VXCloudFile>(name, true, false);
+    if (made.is_object() && made.contains("id")) folder->id = made["id"].get<std::string>();
+    return folder;
+}
+
+Json GoogleDriveFixture::liveFiles(const std::string& folderId, const std::string& name) {
+    const std::string q = VXCloudGoogleDriveSession::documentQuery(folderId, name);
+    const Json listed = parse(client()->Get("/google/drive/v3/files?fields=" + enc("files(id,name,md5Checksum)") +
+                                                "&q=" + enc(q),
+                                            auth()));
+    return listed.is_object() && listed.contains("files") ? listed["files"] : Json::array();
+}
+
+Json GoogleDriveFixture::fileById(const std::string& id) {
+    auto answer = client()->Get("/google/drive/v3/files/" + enc(id) + "?fields=*", auth());
+    if (!answer || answer->status != 200) return nullptr;
+    return parse(answer);
+}
+
+std::optional<std::string> GoogleDriveFixture::contentById(const std::string& id) {
+    auto answer = client()->Get("/google/drive/v3/files/" + enc(id) + "?alt=media", auth());
+    if (!answer || answer->status != 200) return std::nullopt;
+    return answer->body;
+}
+
+std::string GoogleDriveFixture::createFile(const std::string& folderId, const std::string& name,
+                                           const std::string& bytes) {
+    const std::string boundary = "fixture-boundary-7f3a";
+    const Json metadata = {{"name", name}, {"parents", {folderId}}};
+    const std::string body = "--" + boundary + "\r\nContent-Type: application/json; charset=UTF-8\r\n\r\n" +
+                             metadata.dump() + "\r\n--" + boundary + "\r\nContent-Type: application/pdf\r\n\r\n" +
+                             bytes + "\r\n--" + boundary + "--";
+    const Json made = parse(client()->Post("/google/upload/drive/v3/files?uploadType=multipart&fields=id", auth(), body,
+                                           ("multipart/related; boundary=" + boundary).c_str()));
+    return made.is_object() && made.contains("id") ? made["id"].get<std::string>() : std::string();
+}
+
+bool GoogleDriveFixture::trash(const std::string& id) {
+    auto answer = client()->Patch("/google/drive/v3/files/" + enc(id), auth(), R"({"trashed": true})",
+                                  "application/json");
+    return answer && answer->status == 200;
+}
+
+bool GoogleDriveFixture::replaceContent(const std::string& id, const std::string& bytes) {
+    auto answer = client()->Patch("/google/upload/drive/v3/files/" + enc(id) + "?uploadType=media", auth(), bytes,
+                                  "application/pdf");
+    return answer && answer->status == 200;
+}
+
+std::optional<std::string> GoogleDriveFixture::remoteContent(const VXCloudFile& folder, const std::string& name) {
+    const Json files = liveFiles(folder.id.value_or("root"), name);
+    if (files.empty()) return std::nullopt;
+    if (files.size() > 1) {
+        ADD_FAILURE() << files.size() << " live files are named \"" << name << "\"";
+        return std::nullopt;
+    }
+    return contentById(files[0]["id"].get<std::string>());
+}
+
+bool GoogleDriveFixture::changeRemote(const VXCloudFile& folder, const std::string& name, const std::string& bytes) {
+    const Json files = liveFiles(folder.id.value_or("root"), name);
+    return files.size() == 1 && replaceContent(files[0]["id"].get<std::string>(), bytes);
+}
+
+bool GoogleDriveFixture::storeSettings(const VXCloudFile& folder) {
+    const Json settings = {{VXCloudFile::kUploadFolderIdKey, folder.id.value_or("")},
+                           {VXCloudFile::kUploadFolderNameKey, folder.name},
+                           {VXCloudFile::kUploadFolderPathKey, "/" + folder.name}};
+    const Json existing = liveFiles("root", VXCloudGoogleDriveSession::kSettingsFileName);
+    if (!existing.empty()) return replaceContent(existing[0]["id"].get<std::string>(), settings.dump());
+    return !createFile("root", VXCloudGoogleDriveSession::kSettingsFileName, settings.dump()).empty();
+}
+
+bool GoogleDriveFixture::fault(const std::string& route, const std::string& spec, int times) {
+    const auto parsed = sandbox::FaultSpec::parse(spec);
+    return parsed && sandbox_->enqueueFault(std::string(kProvider) + "/" + route, *parsed, times);
+}
+
+sandbox::RouteStats GoogleDriveFixture::stats(const std::string& route) const {
+    return sandbox_->stats(std::string(kProvider) + "/" + route);
+}
+
+void GoogleDriveFixture::limitUploads(std::int64_t multipartLimit, std::int64_t chunkBytes) {
+    VXCloudServiceConfig::setUploadLimits(VXCloudService::googleDrive, {multipartLimit, chunkBytes});
+}
+
+}  // namespace vxcloud::testing
