@@ -30,15 +30,11 @@ namespace {
 constexpr long kNoStoredToken = 2;
 constexpr long kTokenNotRemoved = 3;
 
+constexpr const char* kCategory = "dropbox";
+
 template <typename Call>
 void guarded(const char* what, Call&& call) {
-    try {
-        call();
-    } catch (const std::exception& e) {
-        log::error("dropbox", std::string(what) + " threw: " + e.what());
-    } catch (...) {
-        log::error("dropbox", std::string(what) + " threw");
-    }
+    sessions::guarded(kCategory, what, std::forward<Call>(call));
 }
 
 }  // namespace
@@ -66,10 +62,8 @@ std::shared_ptr<VXCloudDropboxSession> VXCloudDropboxSession::self() {
 }
 
 void VXCloudDropboxSession::runInBackground(std::function<void()> block, bool backgroundPriority) {
-    // The block holds the session until it has reported: the engine lets go of it at once.
-    auto keepAlive = self();
-    DispatchQueue::global(backgroundPriority ? QoS::background : QoS::defaultQoS)
-        ->async([keepAlive, block = std::move(block)] { guarded("a Dropbox session step", block); });
+    sessions::runKeepingAlive(self(), std::move(block), kCategory,
+                              backgroundPriority ? QoS::background : QoS::defaultQoS);
 }
 
 std::string VXCloudDropboxSession::folderPrefix(const std::shared_ptr<VXCloudFile>& parent) {
@@ -173,17 +167,13 @@ void VXCloudDropboxSession::reportProgress(std::int64_t completed, std::int64_t 
     std::int64_t current = 0;
     {
         std::lock_guard lock(progressMutex_);
-        current = previousUploadAmount_ ? completed - *previousUploadAmount_ : completed;
-        previousUploadAmount_ = completed;
+        current = sessions::progressIncrement(previousUploadAmount_, completed);
     }
-    auto delegate = cloudSessionProgressDelegate();
-    if (!delegate) return;
-    guarded("progress delegate", [&] { delegate->cloudSessionCurrentUploadedBytes(self(), current, total); });
+    sessions::report::progress(self(), current, total);
 }
 
 void VXCloudDropboxSession::reportUploaded(const std::shared_ptr<VXCloudFile>& file) {
-    auto delegate = cloudSessionDelegate();
-    if (delegate) guarded("upload delegate", [&] { delegate->cloudSessionDidUploadFile(self(), file); });
+    sessions::report::uploaded(self(), file);
 }
 
 void VXCloudDropboxSession::reportUploadFailed(const std::shared_ptr<VXCloudFile>& file, ErrorCode code) {
@@ -192,42 +182,29 @@ void VXCloudDropboxSession::reportUploadFailed(const std::shared_ptr<VXCloudFile
 
 void VXCloudDropboxSession::reportUploadFailed(const std::shared_ptr<VXCloudFile>& file,
                                                const std::shared_ptr<VXCloudError>& error) {
-    auto delegate = cloudSessionDelegate();
-    if (delegate) {
-        guarded("upload delegate", [&] { delegate->cloudSessionUploadFailedForFile(self(), file, error); });
-    }
+    sessions::report::uploadFailed(self(), file, error);
 }
 
 void VXCloudDropboxSession::reportRenamed(const std::shared_ptr<VXCloudFile>& file) {
-    auto delegate = cloudSessionDelegate();
-    if (delegate) guarded("rename delegate", [&] { delegate->cloudSessionDidRenameFile(self(), file); });
+    sessions::report::renamed(self(), file);
 }
 
 void VXCloudDropboxSession::reportRenameFailed(const std::shared_ptr<VXCloudFile>& file,
                                                const std::shared_ptr<VXCloudError>& error) {
-    auto delegate = cloudSessionDelegate();
-    if (delegate) {
-        guarded("rename delegate", [&] { delegate->cloudSessionRenameFailedForFile(self(), file, error); });
-    }
+    sessions::report::renameFailed(self(), file, error);
 }
 
 void VXCloudDropboxSession::reportMoved(const VXCloudFileList& moved, const VXCloudFileList& notMoved) {
-    auto delegate = cloudSessionDelegate();
-    if (delegate) guarded("move delegate", [&] { delegate->cloudSessionDidMoveFiles(self(), moved, notMoved); });
+    sessions::report::moved(self(), moved, notMoved);
 }
 
 void VXCloudDropboxSession::reportFolders(const VXCloudFileList& folders,
                                           const std::shared_ptr<VXCloudFile>& parent) {
-    auto delegate = cloudSessionDelegate();
-    if (delegate) guarded("folders delegate", [&] { delegate->cloudSessionDidLoadFolders(self(), folders, parent); });
+    sessions::report::folders(self(), folders, parent);
 }
 
 void VXCloudDropboxSession::reportFoldersFailed(ErrorCode code) {
-    auto delegate = cloudSessionDelegate();
-    if (delegate) {
-        guarded("folders delegate",
-                [&] { delegate->cloudSessionLoadFoldersFailedWithError(self(), makeError(code)); });
-    }
+    sessions::report::foldersFailed(self(), makeError(code));
 }
 
 }  // namespace vxcloud

@@ -1,32 +1,13 @@
 // Rename: a stored document is moved to its new name; one that has gone from the folder is
 // stored again from the host's regenerated PDF and then moved.
-#include <fstream>
-#include <sstream>
-
 #include "sessions/VXCloudDropboxSessionSupport.h"
 #include "vxcloud/model/VXCloudFile.h"
-#include "vxcloud/platform/Log.h"
 #include "vxcloud/sessions/VXCloudDropboxSession.h"
 
 namespace vxcloud {
 
 using namespace dropbox_session;
 using dropbox::WriteMode;
-
-namespace {
-
-// The host's regenerated document, read whole: the host may rewrite or remove its file
-// once it has handed it over, which a mapping would not survive.
-std::optional<ByteBuffer> readDocument(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) return std::nullopt;
-    std::ostringstream bytes;
-    bytes << in.rdbuf();
-    if (in.bad()) return std::nullopt;
-    return ByteBuffer::adopt(std::move(bytes).str());
-}
-
-}  // namespace
 
 void VXCloudDropboxSession::renameWithCloudFile(std::shared_ptr<VXCloudFile> file, std::string newFileName,
                                                 std::shared_ptr<VXCloudFile> inParentFolder,
@@ -66,18 +47,8 @@ void VXCloudDropboxSession::rebuildAndRename(const std::shared_ptr<VXCloudFile>&
                                              const std::shared_ptr<VXCloudFile>& parent, WriteMode mode,
                                              const CreatePDFBlock& createPDFBlock, const std::string& currentPath,
                                              const std::string& newPath) {
-    std::optional<std::string> pdfPath;
-    try {
-        if (createPDFBlock) pdfPath = createPDFBlock();
-    } catch (...) {
-        log::warning("dropbox", "the host's PDF callback threw");
-    }
-    if (!pdfPath) return reportRenameFailed(file, makeError(ErrorCode::fileUpload));
-    auto data = readDocument(*pdfPath);
-    if (!data) {
-        log::warning("dropbox", "the regenerated document cannot be read");
-        return reportRenameFailed(file, makeError(ErrorCode::fileUpload));
-    }
+    auto data = sessions::documentFromBlock(createPDFBlock, "dropbox");
+    if (!data) return reportRenameFailed(file, makeError(ErrorCode::fileUpload));
     file->fileData = std::move(*data);
     // A failed store ends the rename, reported as a rename outcome.
     _upload(

@@ -1,7 +1,3 @@
-#include <algorithm>
-#include <cctype>
-#include <nlohmann/json.hpp>
-
 #include "sessions/VXCloudDropboxSessionSupport.h"
 
 namespace vxcloud::dropbox_session {
@@ -30,33 +26,11 @@ ErrorCode errorCodeFromCallError(const dropbox::CallError& error, RouteErrors ro
     return ErrorCode::fileUpload;
 }
 
-std::shared_ptr<VXCloudError> makeError(ErrorCode code) { return std::make_shared<VXCloudError>(code); }
-
-void adoptServiceFields(VXCloudFile& file, const VXCloudFile& fromService) {
-    file.name = fromService.name;
-    file.id = fromService.id;
-    file.path = fromService.path;
-    file.version = fromService.version;
-}
-
 std::string listingPath(const std::string& folderPrefix) {
     if (folderPrefix.size() > 1 && folderPrefix.back() == '/') {
         return folderPrefix.substr(0, folderPrefix.size() - 1);
     }
     return folderPrefix == "/" ? std::string() : folderPrefix;
-}
-
-bool hasUploadStatus(const VXCloudFile& file) {
-    const JsonBox& status = file.fileUploadStatus;
-    if (!status.has_value() || status->is_null()) return false;
-    return !((status->is_object() || status->is_array()) && status->empty());
-}
-
-bool equalsIgnoringCase(const std::string& a, const std::string& b) {
-    return a.size() == b.size() &&
-           std::equal(a.begin(), a.end(), b.begin(), [](unsigned char x, unsigned char y) {
-               return std::tolower(x) == std::tolower(y);
-           });
 }
 
 }  // namespace vxcloud::dropbox_session

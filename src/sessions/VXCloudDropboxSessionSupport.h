@@ -4,6 +4,7 @@
 #include <string>
 
 #include "providers/dropbox/DropboxClient.h"
+#include "sessions/SessionSupport.h"
 #include "vxcloud/model/VXCloudError.h"
 #include "vxcloud/model/VXCloudFile.h"
 
@@ -17,17 +18,13 @@ enum class RouteErrors { upload, relocation, createFolder };
 // route errors by the route's classifier.
 ErrorCode errorCodeFromCallError(const dropbox::CallError& error, RouteErrors routeErrors);
 
-std::shared_ptr<VXCloudError> makeError(ErrorCode code);
-
-// Writes what the service returned (name, id, path, version) into the caller's record, so
-// the record handed back is the one passed in.
-void adoptServiceFields(VXCloudFile& file, const VXCloudFile& fromService);
-
 // Dropbox lists its top folder as "" and refuses "/"; other folders have no trailing "/".
 std::string listingPath(const std::string& folderPrefix);
 
-bool hasUploadStatus(const VXCloudFile& file);
-
-bool equalsIgnoringCase(const std::string& a, const std::string& b);
+// Shared with the other sessions.
+using sessions::adoptServiceFields;
+using sessions::equalsIgnoringCase;
+using sessions::hasUploadStatus;
+using sessions::makeError;
 
 }  // namespace vxcloud::dropbox_session

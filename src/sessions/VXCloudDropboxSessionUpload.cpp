@@ -49,12 +49,7 @@ void VXCloudDropboxSession::reupload(const std::shared_ptr<VXCloudFile>& file,
     // The same content is stored already: nothing is sent, and the progress shows it done.
     if (file->fileData) {
         const auto length = static_cast<std::int64_t>(file->fileData->size());
-        if (auto progress = cloudSessionProgressDelegate()) {
-            try {
-                progress->cloudSessionCurrentUploadedBytes(self(), length, length);
-            } catch (...) {
-            }
-        }
+        sessions::report::progress(self(), length, length);
     }
     auto record = initWithMetadata(*found.metadata);
     if (!record) return reportUploadFailed(file, ErrorCode::fileUpload);

@@ -9,32 +9,10 @@
 #include <algorithm>
 
 #include "DropboxWire.h"
+#include "providers/ProviderSupport.h"
 
 namespace vxcloud::dropbox {
 namespace {
-
-// Turns per-request byte counts into one never-decreasing count for the document, so
-// chunks add up and a repeated request does not make progress jump back.
-class ProgressTracker {
-public:
-    ProgressTracker(const UploadProgress& progress, std::int64_t total) : progress_(progress), total_(total) {}
-
-    std::function<void(std::int64_t, std::int64_t)> forRequestAt(std::int64_t offset) {
-        if (!progress_) return {};
-        return [this, offset](std::int64_t sent, std::int64_t) { advance(offset + sent); };
-    }
-    void advance(std::int64_t completed) {
-        completed = std::min(completed, total_);
-        if (!progress_ || completed <= reported_) return;
-        reported_ = completed;
-        progress_(completed, total_);
-    }
-
-private:
-    const UploadProgress& progress_;
-    std::int64_t total_;
-    std::int64_t reported_ = 0;
-};
 
 json cursorArg(const std::string& sessionId, std::int64_t offset) {
     return json{{"session_id", sessionId}, {"offset", offset}};
@@ -66,7 +44,7 @@ Result<Metadata> DropboxClient::upload(const ByteBuffer& data, const CommitInfo&
 
 Result<Metadata> DropboxClient::uploadSingle(const ByteBuffer& data, const CommitInfo& commit,
                                              const UploadProgress& progress) {
-    ProgressTracker tracker(progress, static_cast<std::int64_t>(data.size()));
+    providers::UploadProgressTracker tracker(progress, static_cast<std::int64_t>(data.size()));
     Request request;
     request.style = Style::upload;
     request.route = "files/upload";
@@ -89,7 +67,7 @@ Result<Metadata> DropboxClient::uploadInSession(const ByteBuffer& data, const Co
                                                 const UploadProgress& progress) {
     const auto size = static_cast<std::int64_t>(data.size());
     const std::int64_t chunk = std::max<std::int64_t>(1, chunkBytes());
-    ProgressTracker tracker(progress, size);
+    providers::UploadProgressTracker tracker(progress, size);
     auto piece = [&](std::int64_t offset, std::int64_t length) {
         return data.slice(static_cast<std::size_t>(offset), static_cast<std::size_t>(length));
     };

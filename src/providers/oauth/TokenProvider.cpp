@@ -4,6 +4,7 @@
 #include <mutex>
 #include <nlohmann/json.hpp>
 
+#include "providers/ProviderSupport.h"
 #include "vxcloud/platform/Http.h"
 #include "vxcloud/platform/Log.h"
 #include "vxcloud/sessions/VXCloudServiceConfig.h"
@@ -44,19 +45,6 @@ TokenResult granted(std::string accessToken) {
     TokenResult result;
     result.accessToken = std::move(accessToken);
     return result;
-}
-
-TransportErrorKind transportKind(TransportError error) {
-    switch (error) {
-        case TransportError::none: return TransportErrorKind::none;
-        case TransportError::couldNotResolve:
-        case TransportError::couldNotConnect: return TransportErrorKind::cannotConnect;
-        case TransportError::timedOut: return TransportErrorKind::timedOut;
-        case TransportError::connectionLost: return TransportErrorKind::connectionLost;
-        case TransportError::tls: return TransportErrorKind::tls;
-        case TransportError::aborted: return TransportErrorKind::cancelled;
-        default: return TransportErrorKind::other;
-    }
 }
 
 // The token endpoint's {"error": ..., "error_description": ...}, whatever the status.
@@ -137,7 +125,7 @@ TokenResult TokenProvider::refresh(const VXCloudOAuthToken& current) {
     const HttpResponse response = http_->perform(request, RetryPolicy::standard(3));
     if (response.transportFailed()) {
         return failed(TokenFailure::Kind::connection,
-                      ProviderError::transportFailure(transportKind(response.error),
+                      ProviderError::transportFailure(providers::transportErrorKind(response.error),
                                                       "token refresh: " + response.errorMessage));
     }
     if (response.status >= 500) return failed(TokenFailure::Kind::server, tokenEndpointError(response));
