@@ -7,19 +7,6 @@
 namespace vxcloud::dropbox {
 namespace {
 
-TransportErrorKind transportKind(TransportError error) {
-    switch (error) {
-        case TransportError::none: return TransportErrorKind::none;
-        case TransportError::couldNotResolve:
-        case TransportError::couldNotConnect: return TransportErrorKind::cannotConnect;
-        case TransportError::timedOut: return TransportErrorKind::timedOut;
-        case TransportError::connectionLost: return TransportErrorKind::connectionLost;
-        case TransportError::tls: return TransportErrorKind::tls;
-        case TransportError::aborted: return TransportErrorKind::cancelled;
-        default: return TransportErrorKind::other;
-    }
-}
-
 CallError fromTokenFailure(const oauth::TokenFailure& failure) {
     CallError error;
     error.error = failure.error;
@@ -66,7 +53,7 @@ CallError classify(const DropboxClient::Request& request, const HttpResponse& re
     CallError error;
     if (response.transportFailed()) {
         error.kind = CallErrorKind::client;
-        error.error = ProviderError::transportFailure(transportKind(response.error),
+        error.error = ProviderError::transportFailure(providers::transportErrorKind(response.error),
                                                       "Dropbox " + request.route + ": " + response.errorMessage);
         return error;
     }

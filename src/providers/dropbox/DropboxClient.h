@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "../oauth/TokenProvider.h"
+#include "../ProviderSupport.h"
 #include "vxcloud/model/ProviderError.h"
 #include "vxcloud/platform/ByteBuffer.h"
 #include "vxcloud/platform/Http.h"
@@ -49,31 +50,7 @@ struct CallError {
 };
 
 template <typename T>
-class Result {
-public:
-    static Result success(T value) {
-        Result r;
-        r.value_ = std::move(value);
-        return r;
-    }
-    static Result failure(CallError error) {
-        Result r;
-        r.error_ = std::move(error);
-        return r;
-    }
-    template <typename U>
-    static Result failureOf(const Result<U>& other) {
-        return failure(other.error());
-    }
-    bool ok() const { return value_.has_value(); }
-    const T& value() const { return *value_; }
-    T& value() { return *value_; }
-    const CallError& error() const { return *error_; }
-
-private:
-    std::optional<T> value_;
-    std::optional<CallError> error_;
-};
+using Result = providers::Result<T, CallError>;
 
 struct ListFolderResult {
     std::vector<Metadata> entries;

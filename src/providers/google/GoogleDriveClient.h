@@ -20,8 +20,8 @@
 #include <string>
 #include <vector>
 
-#include "providers/ProviderSupport.h"
-#include "providers/oauth/TokenProvider.h"
+#include "../ProviderSupport.h"
+#include "../oauth/TokenProvider.h"
 #include "vxcloud/model/ProviderError.h"
 #include "vxcloud/platform/ByteBuffer.h"
 #include "vxcloud/platform/Http.h"
