@@ -62,8 +62,11 @@ IdentityResult fromIdToken(const std::string& idToken, const std::string& client
 IdentityResult fromUserInfo(const std::string& accessToken) {
     const VXCloudServiceEndpoints endpoints = VXCloudServiceConfig::endpoints(kService);
     const auto configured = endpoints.extra.find(kUserInfoEndpointKey);
+    if (configured == endpoints.extra.end() || configured->second.empty()) {
+        return failed(ErrorCode::fileUpload, "Google sent no id_token and no userinfo endpoint is configured.");
+    }
     HttpRequest request;
-    request.url = configured != endpoints.extra.end() ? configured->second : kGoogleUserInfoUrl;
+    request.url = configured->second;
     request.headers.set("Authorization", "Bearer " + accessToken);
     request.headers.set("Accept", "application/json");
     const HttpResponse response = HttpClient::shared()->perform(request, RetryPolicy::standard(3));

@@ -15,7 +15,6 @@
 namespace vxcloud::auth {
 
 inline constexpr const char* kGoogleDefaultScope = "https://www.googleapis.com/auth/drive.file";
-inline constexpr const char* kGoogleUserInfoUrl = "https://openidconnect.googleapis.com/v1/userinfo";
 // The endpoints' `extra` key of the userinfo endpoint.
 inline constexpr const char* kUserInfoEndpointKey = "userinfo";
 

@@ -129,7 +129,7 @@ void AuthTest::SetUp() {
     sandbox_ = std::make_shared<sandbox::Sandbox>();
     std::string error;
     ASSERT_TRUE(sandbox_->start(0, "127.0.0.1", &error)) << error;
-    configureDropbox();
+    configureEndpoints();
 
     observer_ = NotificationCenter::defaultCenter().addObserver(
         VXCloudAuthNotification, DispatchQueue::main(), [this](const Notification& notification) {
@@ -147,7 +147,7 @@ void AuthTest::SetUp() {
         });
 
     manager().setAuthorizationTimeLimit(60s);
-    manager().setup(std::make_shared<VXCloudDropboxInfo>(kDropboxAppKey), nullptr);
+    setUpManager();
     ASSERT_TRUE(runPostSetup());
 }
 
@@ -162,13 +162,28 @@ void AuthTest::TearDown() {
     SecureStore::setShared(SecureStore::openFile(temp_.file("secure-store.json")));
 }
 
-void AuthTest::configureDropbox() {
-    VXCloudServiceEndpoints endpoints;
-    endpoints.apiBase = sandbox_->endpoint("dropbox", "api");
-    endpoints.contentBase = sandbox_->endpoint("dropbox", "content");
-    endpoints.authorizeUrl = sandbox_->endpoint("dropbox", "authorize");
-    endpoints.tokenUrl = sandbox_->endpoint("dropbox", "token");
-    VXCloudServiceConfig::setEndpoints(VXCloudService::dropbox, endpoints);
+void AuthTest::configureEndpoints() {
+    VXCloudServiceEndpoints dropbox;
+    dropbox.apiBase = sandbox_->endpoint("dropbox", "api");
+    dropbox.contentBase = sandbox_->endpoint("dropbox", "content");
+    dropbox.authorizeUrl = sandbox_->endpoint("dropbox", "authorize");
+    dropbox.tokenUrl = sandbox_->endpoint("dropbox", "token");
+    VXCloudServiceConfig::setEndpoints(VXCloudService::dropbox, dropbox);
+
+    VXCloudServiceEndpoints google;
+    google.apiBase = sandbox_->endpoint("google", "api");
+    google.contentBase = sandbox_->endpoint("google", "upload");
+    google.authorizeUrl = sandbox_->endpoint("google", "authorize");
+    google.tokenUrl = sandbox_->endpoint("google", "token");
+    google.extra["revoke"] = sandbox_->endpoint("google", "revoke");
+    google.extra["userinfo"] = sandbox_->endpoint("google", "userinfo");
+    VXCloudServiceConfig::setEndpoints(VXCloudService::googleDrive, google);
+}
+
+void AuthTest::setUpManager(const std::string& googleRedirect) {
+    manager().setup(std::make_shared<VXCloudDropboxInfo>(kDropboxAppKey),
+                    std::make_shared<VXCloudGoogleDriveInfo>(kGoogleClientId, googleRedirect,
+                                                             std::vector<std::string>{}, kGoogleClientSecret));
 }
 
 bool AuthTest::waitForResults(std::size_t count, std::chrono::milliseconds timeout) {
@@ -214,9 +229,9 @@ bool AuthTest::runPostSetup(std::chrono::milliseconds timeout) {
     return waitUntil([&] { return done->load(); }, timeout);
 }
 
-std::shared_ptr<VXCloudAccount> AuthTest::linkDropbox(const std::string& sandboxAccount) {
+std::shared_ptr<VXCloudAccount> AuthTest::link(VXCloudService service, const std::string& sandboxAccount) {
     auto browser = std::make_shared<SandboxBrowser>(SandboxBrowser::Action::approve, sandboxAccount);
-    manager().authorize(browser, VXCloudService::dropbox);
+    manager().authorize(browser, service);
     const PostedResult posted = expectOneResult();
     if (!posted.result || posted.result->kind() != VXCloudAuthResult::Kind::success) {
         ADD_FAILURE() << "linking failed: " << posted.dict.dump()

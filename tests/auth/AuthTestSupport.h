@@ -26,6 +26,11 @@ namespace vxcloud::testing {
 using namespace std::chrono_literals;
 using nlohmann::json;
 
+// The app credentials the manager is set up with.
+inline constexpr const char* kDropboxAppKey = "sandbox-dropbox-app";
+inline constexpr const char* kGoogleClientId = "sandbox-client.apps.googleusercontent.com";
+inline constexpr const char* kGoogleClientSecret = "sandbox-desktop-secret";
+
 // One auth notification as an observer on the main queue saw it.
 struct PostedResult {
     json dict;                                // userInfo["authResultDict"]
@@ -83,13 +88,16 @@ protected:
     // Runs the start-up check and waits for it to finish.
     bool runPostSetup(std::chrono::milliseconds timeout = 20s);
 
-    // The Dropbox app key the manager is set up with.
-    static constexpr const char* kDropboxAppKey = "sandbox-dropbox-app";
-
-    void configureDropbox();
-    // Links the sandbox's Dropbox account (id or e-mail; empty: the first) through the
-    // whole flow and returns the stored account.
-    std::shared_ptr<VXCloudAccount> linkDropbox(const std::string& sandboxAccount = {});
+    // Points the services' endpoints at the sandbox.
+    void configureEndpoints();
+    // Sets the manager up with both services' records; Google redirects to `googleRedirect`.
+    void setUpManager(const std::string& googleRedirect = "http://127.0.0.1/");
+    // Links the sandbox's account of the service (id or e-mail; empty: the first) through
+    // the whole flow and returns the stored account.
+    std::shared_ptr<VXCloudAccount> link(VXCloudService service, const std::string& sandboxAccount = {});
+    std::shared_ptr<VXCloudAccount> linkDropbox(const std::string& sandboxAccount = {}) {
+        return link(VXCloudService::dropbox, sandboxAccount);
+    }
 
     std::int64_t requests(const std::string& route) const;
 

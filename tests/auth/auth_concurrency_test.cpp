@@ -1,5 +1,6 @@
 // Sign-ins whose endings race: the browser's redirect, the host's pasted redirect and the
 // person's cancel arriving together still end each sign-in exactly once.
+#include <set>
 #include <thread>
 
 #include "auth/AuthTestSupport.h"
@@ -47,6 +48,32 @@ TEST_F(AuthConcurrency, RedirectPasteAndCancelRacingEndTheSignInOnce) {
     EXPECT_EQ(requests("dropbox/oauth2/token"), successes) << "a code is exchanged only by the winner";
     const auto stored = VXCloudUserDefaults::loadAccounts({VXCloudService::dropbox});
     EXPECT_EQ(stored ? stored->size() : 0u, successes > 0 ? 1u : 0u);
+}
+
+TEST_F(AuthConcurrency, TwoServicesSignInSideBySide) {
+    auto dropbox = std::make_shared<SandboxBrowser>(Action::wait);
+    auto google = std::make_shared<SandboxBrowser>(Action::wait);
+    manager().authorize(dropbox, VXCloudService::dropbox);
+    manager().authorize(google, VXCloudService::googleDrive);
+    ASSERT_TRUE(manager().isAuthorizing(VXCloudService::dropbox));
+    ASSERT_TRUE(manager().isAuthorizing(VXCloudService::googleDrive));
+
+    // One person approves in the browser, the other pastes: each redirect finds its flow.
+    const std::string pasted =
+        SandboxBrowser::decide(google->lastUrl(), true, {}, false).headers.get("Location").value_or("");
+    std::thread viaBrowser([&] { SandboxBrowser::decide(dropbox->lastUrl(), true); });
+    std::thread viaPaste([&] { EXPECT_TRUE(manager().handleRedirectURL(pasted)); });
+    viaBrowser.join();
+    viaPaste.join();
+
+    ASSERT_TRUE(waitForResults(2));
+    std::set<int> linked;
+    for (const PostedResult& posted : results()) {
+        ASSERT_EQ(posted.dict.value("status", ""), "success") << posted.dict.dump();
+        linked.insert(posted.dict["account"]["cloudservicerawvalue"].get<int>());
+    }
+    EXPECT_EQ(linked, (std::set<int>{rawValue(VXCloudService::googleDrive), rawValue(VXCloudService::dropbox)}));
+    EXPECT_EQ(VXCloudUserDefaults::loadAllAccounts(false).size(), 2u);
 }
 
 }  // namespace
