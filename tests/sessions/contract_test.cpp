@@ -41,7 +41,9 @@ protected:
     }
     // The record the engine builds for a document it uploaded before.
     std::shared_ptr<VXCloudFile> storedDocument(const VXCloudFile& uploaded, const std::string& bytes) {
-        return makeStoredDocument(*fixture_->account(), uploaded.name, uploaded.version, bytes, fingerprint(bytes));
+        const auto version = uploaded.version ? uploaded.version : uploaded.getVersionFromUploadStatus();
+        return makeStoredDocument(*fixture_->account(), uploaded.getNameFromUploadStatus(), version, bytes,
+                                  fingerprint(bytes));
     }
 
     // Runs one operation: exactly one outcome, or none at all where the provider declares
@@ -62,6 +64,20 @@ protected:
         if (!event) return nullptr;
         EXPECT_EQ(event->kind, SessionEvent::Kind::didUpload) << describe(*event);
         return event->kind == SessionEvent::Kind::didUpload ? event->file : nullptr;
+    }
+
+    // Stores a document for a test of another operation and returns the engine's record
+    // of it. Where uploads are silent by declaration the record is made up, so that the
+    // operation under test is still run and its own silence checked.
+    std::shared_ptr<VXCloudFile> storeDocument(const std::string& name, const std::string& bytes,
+                                               const std::shared_ptr<VXCloudFile>& folder) {
+        auto uploaded = upload(document(name, bytes), folder, false);
+        if (uploaded) return storedDocument(*uploaded, bytes);
+        if (fixture_->expectsSilence(Operation::upload)) {
+            return makeStoredDocument(*fixture_->account(), name, std::nullopt, bytes, fingerprint(bytes));
+        }
+        ADD_FAILURE() << "could not store " << name;
+        return nullptr;
     }
 
     std::unique_ptr<ProviderFixture> fixture_;
@@ -102,7 +118,7 @@ TEST_P(SessionContract, UploadReturnsTheCallersRecordWithNameVersionAndProgress)
 TEST_P(SessionContract, SameNamedDocumentIsReplacedOnlyWhenOverwriting) {
     auto folder = fixture_->makeFolder("Contract Clash");
     const std::string first = documentBytes(2048, 2);
-    ASSERT_NE(upload(document("clash.pdf", first), folder, false), nullptr);
+    ASSERT_NE(storeDocument("clash.pdf", first, folder), nullptr);
 
     const std::string second = documentBytes(4096, 3);
     auto refused = document("clash.pdf", second);
@@ -113,6 +129,8 @@ TEST_P(SessionContract, SameNamedDocumentIsReplacedOnlyWhenOverwriting) {
         EXPECT_EQ(event->file, refused) << "a failure also hands back the caller's record";
         EXPECT_EQ(event->code(), fixture_->conflictCode());
         EXPECT_TRUE(sameBytes(fixture_->remoteContent(*folder, "clash.pdf"), first));
+    } else {
+        return;
     }
 
     auto replacing = document("clash.pdf", second);
@@ -126,10 +144,8 @@ TEST_P(SessionContract, SameNamedDocumentIsReplacedOnlyWhenOverwriting) {
 TEST_P(SessionContract, UnchangedDocumentUploadedBeforeSucceedsAgain) {
     auto folder = fixture_->makeFolder("Contract Again");
     const std::string bytes = documentBytes(8192, 4);
-    auto first = upload(document("again.pdf", bytes), folder, false);
-    if (!first) return;
-
-    auto again = storedDocument(*first, bytes);
+    auto again = storeDocument("again.pdf", bytes, folder);
+    ASSERT_NE(again, nullptr);
     auto stored = upload(again, folder, false);
     if (!stored) return;
     EXPECT_EQ(stored, again);
@@ -143,9 +159,10 @@ TEST_P(SessionContract, UnchangedDocumentUploadedBeforeSucceedsAgain) {
 TEST_P(SessionContract, RemoteChangeIsAConflictUnlessOverwriting) {
     auto folder = fixture_->makeFolder("Contract Changed");
     const std::string original = documentBytes(4096, 5);
-    auto first = upload(document("changed.pdf", original), folder, false);
-    if (!first) return;
-    ASSERT_TRUE(fixture_->changeRemote(*folder, "changed.pdf", documentBytes(5000, 6)));
+    auto first = storeDocument("changed.pdf", original, folder);
+    ASSERT_NE(first, nullptr);
+    const bool silent = fixture_->expectsSilence(Operation::upload);
+    if (!silent) ASSERT_TRUE(fixture_->changeRemote(*folder, "changed.pdf", documentBytes(5000, 6)));
 
     const std::string local = documentBytes(6000, 7);
     auto edited = storedDocument(*first, local);
@@ -155,6 +172,7 @@ TEST_P(SessionContract, RemoteChangeIsAConflictUnlessOverwriting) {
         EXPECT_EQ(event->code(), ErrorCode::fileConflict);
         EXPECT_EQ(event->file, edited);
     }
+    if (silent) return;
 
     auto forced = storedDocument(*first, local);
     if (!upload(forced, folder, true)) return;
@@ -164,10 +182,8 @@ TEST_P(SessionContract, RemoteChangeIsAConflictUnlessOverwriting) {
 TEST_P(SessionContract, RenameGivesTheStoredDocumentItsNewName) {
     auto folder = fixture_->makeFolder("Contract Rename");
     const std::string bytes = documentBytes(4096, 8);
-    auto first = upload(document("before.pdf", bytes), folder, false);
-    if (!first) return;
-
-    auto stored = storedDocument(*first, bytes);
+    auto stored = storeDocument("before.pdf", bytes, folder);
+    ASSERT_NE(stored, nullptr);
     auto event = outcomeOf(Operation::rename, [&] {
         session_->renameWithCloudFile(stored, "after.pdf", folder, false, [] { return std::nullopt; });
     });
@@ -184,11 +200,8 @@ TEST_P(SessionContract, MoveReportsEveryFileOnce) {
     auto to = fixture_->makeFolder("Contract To");
     const std::string a = documentBytes(1024, 9);
     const std::string b = documentBytes(2048, 10);
-    auto firstA = upload(document("a.pdf", a), from, false);
-    auto firstB = upload(document("b.pdf", b), from, false);
-    if (!firstA || !firstB) return;
-
-    VXCloudFileList files = {storedDocument(*firstA, a), storedDocument(*firstB, b)};
+    VXCloudFileList files = {storeDocument("a.pdf", a, from), storeDocument("b.pdf", b, from)};
+    ASSERT_TRUE(files[0] && files[1]);
     auto event = outcomeOf(Operation::move, [&] { session_->moveWithCloudFiles(files, from, to); });
     if (!event) return;
     ASSERT_EQ(event->kind, SessionEvent::Kind::didMove);
@@ -206,7 +219,7 @@ TEST_P(SessionContract, ListsTheSubfoldersOfAFolder) {
     auto parent = fixture_->makeFolder("Contract Parent");
     fixture_->makeFolder("Invoices", parent);
     fixture_->makeFolder("Letters", parent);
-    ASSERT_NE(upload(document("not-a-folder.pdf", documentBytes(100, 11)), parent, false), nullptr);
+    ASSERT_NE(storeDocument("not-a-folder.pdf", documentBytes(100, 11), parent), nullptr);
 
     auto event = outcomeOf(Operation::loadFolders, [&] { session_->loadFoldersInFolder(parent); });
     if (!event) return;
