@@ -1,5 +1,9 @@
 #include "AccountLinker.h"
 
+#include <any>
+#include <atomic>
+#include <iostream>
+#include <mutex>
 #include <nlohmann/json.hpp>
 
 #include "Accounts.h"
@@ -7,108 +11,270 @@
 #include "HostContext.h"
 #include "Output.h"
 #include "Prompts.h"
-#include "UploadFolder.h"
-#include "vxcloud/auth/VXCloudTokenStore.h"
+#include "vxcloud/auth/VXCloudAuthManager.h"
 #include "vxcloud/engine/VXCloudSessionFactory.h"
 #include "vxcloud/engine/VXCloudUtils.h"
 #include "vxcloud/model/VXCloudConstants.h"
+#include "vxcloud/model/VXCloudFile.h"
+#include "vxcloud/platform/Dispatch.h"
+#include "vxcloud/platform/Http.h"
+#include "vxcloud/platform/NotificationCenter.h"
 
 namespace vxcloud::cli {
 
 namespace {
 
-bool singleAccountService(VXCloudService service) {
-    return service == VXCloudService::oneDrive || service == VXCloudService::evernote;
+using namespace std::chrono_literals;
+
+// The sandbox's stand-in registration, used when the host has none of its own.
+constexpr const char* kSandboxClientId = "vxcloud-cli";
+// Google serves desktop apps on any loopback port.
+constexpr const char* kLoopbackRedirect = "http://127.0.0.1/";
+
+// Answers the sandbox's sign-in page the way a person would: approves access as the
+// chosen account and follows the redirect back to the sign-in's loopback listener.
+class SandboxSignInPage : public VXCloudUserAgent {
+public:
+    explicit SandboxSignInPage(std::string account) : account_(std::move(account)) {}
+    bool open(const std::string& url) override {
+        HttpRequest request;
+        request.url = url + (url.find('?') == std::string::npos ? "?" : "&") + "sandbox_decision=approve";
+        if (!account_.empty()) request.url += "&sandbox_account=" + HttpClient::urlEncode(account_);
+        request.followRedirects = true;
+        request.connectTimeout = 10s;
+        request.idleTimeout = 60s;
+        const HttpResponse answer = HttpClient::shared()->perform(request);
+        std::lock_guard lock(mutex_);
+        answered_ = answer.ok();
+        problem_ = answer.transportFailed() ? answer.errorMessage : answer.body.substr(0, 300);
+        return !answer.transportFailed();
+    }
+    std::string problem() const {
+        std::lock_guard lock(mutex_);
+        return answered_ ? std::string() : problem_;
+    }
+
+private:
+    std::string account_;
+    mutable std::mutex mutex_;
+    bool answered_ = false;
+    std::string problem_;
+};
+
+std::string credentialValue(const HostContext& context, VXCloudService service, const char* key) {
+    return context.credentials().value(service, key).value_or("");
 }
 
-// A sandbox's sign-in for one of its seeded accounts: its tokens are stored as a finished
-// sign-in would store them.
-std::shared_ptr<VXCloudAccount> signInAtSandbox(const SandboxConnection& sandbox, const LinkRequest& request) {
-    const std::string name = displayName(request.service);
-    const auto seeded = sandbox.seededAccount(request.service, request.as);
-    if (!seeded) {
-        if (!sandbox.providerName(request.service))
-            throw CliError("the sandbox at " + sandbox.baseUrl + " does not emulate " + name);
-        throw CliError("the sandbox has no " + name + " account called \"" + request.as + "\"", kExitUsage);
-    }
-    const std::string userId = seeded->value("user_id", "");
-    const std::string email = seeded->value("email", "");
-    if (userId.empty() || email.empty()) throw CliError("the sandbox described a " + name + " account without an id");
+// The app credentials for a service: the host's own, else the sandbox's stand-in when the
+// sandbox emulates the service; nothing otherwise.
+std::optional<VXCloudAppCredentials> appFor(const HostContext& context, VXCloudService service) {
+    if (auto own = context.credentials().appCredentials(service)) return own;
+    if (context.sandbox() && context.sandbox()->providerName(service))
+        return VXCloudAppCredentials{kSandboxClientId, std::nullopt};
+    return std::nullopt;
+}
 
-    VXCloudOAuthToken token;
-    token.accessToken = seeded->value("access_token", "");
-    token.refreshToken = seeded->value("refresh_token", "");
-    if (!VXCloudTokenStore::save(request.service, tokenStorageName(request.service, userId), token))
-        throw CliError("the " + name + " sign-in could not be stored in the secure store");
+std::optional<VXCloudAuthResult> resultOf(const Notification& notification) {
+    const auto it = notification.objects.find(VXCloudAuthManager::kAuthResultKey);
+    if (it == notification.objects.end()) return std::nullopt;
+    if (const auto* result = std::any_cast<VXCloudAuthResult>(&it->second)) return *result;
+    return std::nullopt;
+}
 
-    auto account = std::make_shared<VXCloudAccount>(userId, email, request.service);
-    const std::string shown = seeded->value("display_name", "");
-    if (!shown.empty()) account->displayName = shown;
-    return account;
+void wakeMainQueue() {
+    DispatchQueue::main()->async([] {});
 }
 
 }  // namespace
 
-std::string tokenStorageName(VXCloudService service, const std::string& userId) {
-    // Google keeps its sign-in under the account key; the other services under the user id.
-    if (service == VXCloudService::googleDrive) return std::string(keyPrefix(service)) + userId;
-    return userId;
+void setUpAuthorization(HostContext& context) {
+    std::shared_ptr<VXCloudDropboxInfo> dropbox;
+    if (auto app = appFor(context, VXCloudService::dropbox))
+        dropbox = std::make_shared<VXCloudDropboxInfo>(app->clientId,
+                                                       credentialValue(context, VXCloudService::dropbox, "redirect_url"));
+    std::shared_ptr<VXCloudGoogleDriveInfo> google;
+    if (auto app = appFor(context, VXCloudService::googleDrive)) {
+        std::string redirect = credentialValue(context, VXCloudService::googleDrive, "redirect_url");
+        google = std::make_shared<VXCloudGoogleDriveInfo>(app->clientId, redirect.empty() ? kLoopbackRedirect : redirect,
+                                                          std::vector<std::string>{}, app->clientSecret);
+    }
+    std::shared_ptr<VXCloudOneDriveInfo> oneDrive;
+    if (auto app = appFor(context, VXCloudService::oneDrive)) oneDrive = std::make_shared<VXCloudOneDriveInfo>(app->clientId);
+    std::shared_ptr<VXCloudBoxInfo> box;
+    if (auto app = appFor(context, VXCloudService::box))
+        box = std::make_shared<VXCloudBoxInfo>(app->clientId, app->clientSecret.value_or(""));
+    std::shared_ptr<VXCloudEvernoteInfo> evernote;
+    if (auto app = appFor(context, VXCloudService::evernote))
+        evernote = std::make_shared<VXCloudEvernoteInfo>(app->clientId, app->clientSecret.value_or(""));
+
+    const auto manager = VXCloudAuthManager::sharedInstance();
+    manager->setup(dropbox, google, oneDrive, box, evernote);
+    // setup() starts the check of the stored accounts; a second check queued behind it
+    // ends after the first has walked them, and then the sessions it asked are waited for.
+    auto done = std::make_shared<std::atomic<bool>>(false);
+    manager->postSetup([done] {
+        done->store(true);
+        wakeMainQueue();
+    });
+    DispatchQueue::main()->runUntil([&] { return done->load() && manager->pendingSessionCount() == 0; }, 60s);
+}
+
+Json folderInfoFromSettings(const Json& settings) {
+    if (!settings.is_object()) return Json();
+    auto text = [&](const char* key) {
+        const auto it = settings.find(key);
+        return it != settings.end() && it->is_string() ? it->get<std::string>() : std::string();
+    };
+    const std::string path = text(VXCloudFile::kUploadFolderPathKey);
+    const std::string id = text(VXCloudFile::kUploadFolderIdKey);
+    if (path.empty() && id.empty()) return Json();
+    std::string name = text(VXCloudFile::kUploadFolderNameKey);
+    if (name.empty()) name = path.substr(path.find_last_of('/') == std::string::npos ? 0 : path.find_last_of('/') + 1);
+    return Json{{VXCloudFile::kUploadFolderIdKey, id},
+                {VXCloudFile::kUploadFolderNameKey, name},
+                {VXCloudFile::kUploadFolderPathKey, path}};
 }
 
 LinkResult linkAccount(HostContext& context, Prompter& prompter, const LinkRequest& request) {
     const std::string name = displayName(request.service);
     if (request.service == VXCloudService::webDAV)
         throw CliError("WebDAV accounts are not signed in to; add one with: vxcloud webdav add", kExitUsage);
+    const bool sandbox = context.sandbox() && context.sandbox()->providerName(request.service);
+    if (context.sandbox() && !sandbox)
+        throw CliError("the sandbox at " + context.sandbox()->baseUrl + " does not emulate " + name);
+    if (!sandbox) {
+        const std::string missing = context.credentials().missingMessage(request.service);
+        if (!missing.empty()) throw CliError(missing, kExitUsage);
+    }
+
+    setUpAuthorization(context);
+    const auto manager = VXCloudAuthManager::sharedInstance();
 
     // OneDrive and Evernote allow one account each: a new one replaces the old.
     AccountList replaced;
-    if (singleAccountService(request.service)) {
+    const bool single = request.service == VXCloudService::oneDrive || request.service == VXCloudService::evernote;
+    if (single && (request.service == VXCloudService::oneDrive ? manager->hasOneDriveAccountLinked()
+                                                               : manager->hasEvernoteAccountLinked())) {
         for (const auto& account : linkedAccounts())
             if (account->cloudService == request.service) replaced.push_back(account);
-        if (!replaced.empty()) {
-            say(VXCloudString::MAX_ACCOUNTS_FOR_SERVICE_ERROR());
-            if (!request.replace && !prompter.confirm("Replace " + accountLabel(*replaced.front()) + "?", false))
-                throw CliError("nothing was linked (say --replace to replace the linked account)", kExitFailed);
+        say(VXCloudString::MAX_ACCOUNTS_FOR_SERVICE_ERROR());
+        if (!request.replace && !prompter.confirm("Continue?", false))
+            throw CliError("nothing was linked (say --replace to replace the linked account)", kExitFailed);
+    }
+
+    std::map<std::string, std::shared_ptr<VXCloudAccount>> before;
+    for (const auto& account : linkedAccounts()) before[account->key()] = account;
+
+    std::mutex mutex;
+    std::optional<VXCloudAuthResult> outcome;
+    const auto token = NotificationCenter::defaultCenter().addObserver(
+        VXCloudAuthNotification, DispatchQueue::main(), [&](const Notification& notification) {
+            std::lock_guard lock(mutex);
+            if (!outcome) outcome = resultOf(notification);
+        });
+    struct Unobserve {
+        NotificationCenter::ObserverToken token;
+        ~Unobserve() { NotificationCenter::defaultCenter().removeObserver(token); }
+    } unobserve{token};
+
+    if (!context.json() && !request.quiet) say(VXCloudString::LOADING_ACCOUNT() + "…");
+    std::shared_ptr<SandboxSignInPage> page;
+    std::shared_ptr<VXCloudUserAgent> agent;
+    if (sandbox) {
+        page = std::make_shared<SandboxSignInPage>(request.as);
+        agent = page;
+    } else {
+        say("Sign in to " + name + " and allow access; this command waits for the sign-in to finish.");
+        agent = request.noBrowser ? VXCloudUserAgent::printing(std::cout) : VXCloudUserAgent::browserOrPrinting(std::cout);
+    }
+    manager->authorize(agent, request.service);
+
+    const auto answered = [&] {
+        std::lock_guard lock(mutex);
+        return outcome.has_value();
+    };
+    if (request.paste && !sandbox && !answered()) {
+        // The address the browser ended on, copied by the person from another machine.
+        for (int attempt = 0; attempt < 3 && !answered(); ++attempt) {
+            std::cout << "Paste the address your browser ended on: " << std::flush;
+            std::string line;
+            if (!std::getline(std::cin, line)) break;
+            DispatchQueue::main()->drain();
+            if (answered() || line.empty()) continue;
+            if (manager->handleRedirectURL(line)) break;
+            say("That address does not finish this sign-in; paste the whole address from the browser's address bar.");
         }
     }
+    DispatchQueue::main()->runUntil(answered, VXCloudAuthManager::kDefaultAuthorizationTimeLimit + 30s);
 
-    std::shared_ptr<VXCloudAccount> account;
-    if (context.sandbox()) {
-        account = signInAtSandbox(*context.sandbox(), request);
-    } else {
-        const std::string missing = context.credentials().missingMessage(request.service);
-        if (!missing.empty()) throw CliError(missing, kExitUsage);
-        // The browser sign-in belongs to the authorisation manager, which this build
-        // does not have yet.
-        throw CliError("signing in to " + name + " through the browser is not available in this build yet; "
-                       "link against the sandbox instead: vxcloud link " + std::string(accountType(request.service)) +
-                       " --sandbox URL");
+    std::optional<VXCloudAuthResult> result;
+    {
+        std::lock_guard lock(mutex);
+        result = outcome;
+    }
+    if (!result) {
+        manager->cancelAuthorization(request.service);
+        throw CliError("the " + name + " sign-in did not finish in time");
+    }
+    if (result->kind() == VXCloudAuthResult::Kind::cancel) throw CliError("the " + name + " sign-in was cancelled");
+    if (result->kind() == VXCloudAuthResult::Kind::error || !result->account()) {
+        const auto code = result->cloudError() ? result->cloudError()->errorCode : ErrorCode::fileUpload;
+        std::string message = VXCloudString::ADD_ACCOUNT_ERROR() + ": " +
+                              (code == ErrorCode::connection ? VXCloudString::NEW_ACCOUNT_CONNECTION_ERROR()
+                                                             : result->message());
+        if (page && !page->problem().empty()) message += " (the sandbox answered: " + page->problem() + ")";
+        throw CliError(message);
     }
 
-    // A service this build has no session for cannot use the account: undo the sign-in.
-    auto session = initCloudSession(account);
-    if (!session) {
-        VXCloudTokenStore::remove(request.service, tokenStorageName(request.service, account->userId));
-        throw CliError("this build of vxcloud cannot work with " + name + " accounts yet");
+    LinkResult linked;
+    auto account = reloadAccount(result->account()->key());
+    if (!account) account = result->account();
+    // Linking an account again keeps what the person set for it; only its sign-in is new.
+    if (const auto earlier = before.find(account->key()); earlier != before.end()) {
+        linked.relinked = true;
+        account->displayName = earlier->second->displayName;
+        account->shouldAutoUpload = earlier->second->shouldAutoUpload;
+        account->onlyWifiUpload = earlier->second->onlyWifiUpload;
+        account->uploadFolderInfo = earlier->second->uploadFolderInfo;
     }
-
-    LinkResult result;
-    result.relinked = static_cast<bool>(reloadAccount(account->key()));
-    saveAccount(*account);
+    account->error.reset();
     for (const auto& old : replaced) {
         if (old->key() == account->key()) continue;
         VXCloudUserDefaults::removeCloudAccount(old);
+        NotificationCenter::defaultCenter().post(VXCloudAccountUnlinkedNotification, nullptr,
+                                                 Json{{"account", old->toDict()}});
     }
 
     // An account used before names its upload folder in its settings document.
-    const Json folder = folderFromSettingsDocument(session);
-    if (folder.is_object()) {
-        account->uploadFolderInfo = folder;
-        saveAccount(*account);
-        result.folderFromSettings = true;
+    auto settings = std::make_shared<std::optional<JsonBox>>();
+    auto settingsMutex = std::make_shared<std::mutex>();
+    manager->downloadSettingsFile(account, [settings, settingsMutex](JsonBox document, std::shared_ptr<VXCloudError>) {
+        {
+            std::lock_guard lock(*settingsMutex);
+            *settings = std::move(document);
+        }
+        wakeMainQueue();
+    });
+    DispatchQueue::main()->runUntil(
+        [&] {
+            std::lock_guard lock(*settingsMutex);
+            return settings->has_value();
+        },
+        60s);
+    {
+        std::lock_guard lock(*settingsMutex);
+        if (*settings && **settings) {
+            const Json folder = folderInfoFromSettings(***settings);
+            if (folder.is_object()) {
+                account->uploadFolderInfo = folder;
+                linked.folderFromSettings = true;
+            }
+        }
     }
-    result.account = account;
-    return result;
+    saveAccount(*account);
+    DispatchQueue::main()->drain();
+    linked.account = account;
+    return linked;
 }
 
 }  // namespace vxcloud::cli

@@ -1,5 +1,6 @@
 #include "Credentials.h"
 
+#include <cctype>
 #include <cstdlib>
 #include <fstream>
 #include <nlohmann/json.hpp>
@@ -14,23 +15,36 @@ namespace vxcloud::cli {
 std::optional<ServiceCredentialSpec> credentialSpec(VXCloudService service) {
     switch (service) {
         case VXCloudService::dropbox:
-            return ServiceCredentialSpec{"dropbox", {{"app_key", "VXCLOUD_DROPBOX_APP_KEY", "app key", true}}};
+            return ServiceCredentialSpec{"dropbox",
+                                         {{"app_key", "VXCLOUD_DROPBOX_APP_KEY", "app key", true},
+                                          {"redirect_url", "VXCLOUD_DROPBOX_REDIRECT_URL", "redirect URL", false}},
+                                         "app_key",
+                                         ""};
         case VXCloudService::googleDrive:
             return ServiceCredentialSpec{"google_drive",
                                          {{"client_id", "VXCLOUD_GOOGLE_CLIENT_ID", "client id", true},
-                                          {"client_secret", "VXCLOUD_GOOGLE_CLIENT_SECRET", "client secret", false}}};
+                                          {"client_secret", "VXCLOUD_GOOGLE_CLIENT_SECRET", "client secret", false},
+                                          {"redirect_url", "VXCLOUD_GOOGLE_REDIRECT_URL", "redirect URL", false}},
+                                         "client_id",
+                                         "client_secret"};
         case VXCloudService::oneDrive:
         case VXCloudService::oneNote:
             return ServiceCredentialSpec{"one_drive",
-                                         {{"application_id", "VXCLOUD_ONEDRIVE_APPLICATION_ID", "application id", true}}};
+                                         {{"application_id", "VXCLOUD_ONEDRIVE_APPLICATION_ID", "application id", true}},
+                                         "application_id",
+                                         ""};
         case VXCloudService::box:
             return ServiceCredentialSpec{"box",
                                          {{"client_id", "VXCLOUD_BOX_CLIENT_ID", "client id", true},
-                                          {"client_secret", "VXCLOUD_BOX_CLIENT_SECRET", "client secret", true}}};
+                                          {"client_secret", "VXCLOUD_BOX_CLIENT_SECRET", "client secret", true}},
+                                         "client_id",
+                                         "client_secret"};
         case VXCloudService::evernote:
             return ServiceCredentialSpec{"evernote",
                                          {{"consumer_key", "VXCLOUD_EVERNOTE_CONSUMER_KEY", "consumer key", true},
-                                          {"consumer_secret", "VXCLOUD_EVERNOTE_CONSUMER_SECRET", "consumer secret", true}}};
+                                          {"consumer_secret", "VXCLOUD_EVERNOTE_CONSUMER_SECRET", "consumer secret", true}},
+                                         "consumer_key",
+                                         "consumer_secret"};
         case VXCloudService::webDAV: return std::nullopt;
     }
     return std::nullopt;
@@ -100,7 +114,9 @@ std::string HostCredentials::missingMessage(VXCloudService service) const {
     for (std::size_t i = 0; i < fields.size(); ++i) {
         const auto& f = fields[i];
         labels += (i == 0 ? "" : (i + 1 == fields.size() ? " and " : ", ")) + f.label;
-        example += (i == 0 ? "" : ", ") + ("\"" + f.key + "\": \"YOUR_" + f.key + "\"");
+        std::string placeholder = "YOUR_" + f.key;
+        for (auto& c : placeholder) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+        example += (i == 0 ? "" : ", ") + ("\"" + f.key + "\": \"" + placeholder + "\"");
         variables += "  " + f.environment + "\n";
     }
     std::string message = "linking a " + displayName(service) + " account needs this app's " + labels +
@@ -113,15 +129,18 @@ std::string HostCredentials::missingMessage(VXCloudService service) const {
     return message;
 }
 
+std::optional<VXCloudAppCredentials> HostCredentials::appCredentials(VXCloudService service) const {
+    const auto spec = credentialSpec(service);
+    if (!spec || !complete(service)) return std::nullopt;
+    VXCloudAppCredentials app;
+    app.clientId = value(service, spec->idKey).value_or("");
+    if (!spec->secretKey.empty()) app.clientSecret = value(service, spec->secretKey);
+    return app;
+}
+
 void HostCredentials::apply() const {
-    for (VXCloudService service : allCloudServices) {
-        const auto spec = credentialSpec(service);
-        if (!spec || !complete(service)) continue;
-        VXCloudAppCredentials app;
-        app.clientId = value(service, spec->fields.front().key).value_or("");
-        if (spec->fields.size() > 1) app.clientSecret = value(service, spec->fields[1].key);
-        VXCloudServiceConfig::setCredentials(service, app);
-    }
+    for (VXCloudService service : allCloudServices)
+        if (auto app = appCredentials(service)) VXCloudServiceConfig::setCredentials(service, *app);
 }
 
 }  // namespace vxcloud::cli

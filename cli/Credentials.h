@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "vxcloud/model/VXCloudService.h"
+#include "vxcloud/sessions/VXCloudServiceConfig.h"
 
 namespace vxcloud::cli {
 
@@ -21,6 +22,8 @@ struct CredentialField {
 struct ServiceCredentialSpec {
     std::string section;  // "dropbox", "google_drive", ... (OneNote shares "one_drive")
     std::vector<CredentialField> fields;
+    std::string idKey;      // the field that identifies the app (app key, client id, ...)
+    std::string secretKey;  // the field with its secret, when it has one
 };
 
 // The credentials a service's sign-in needs; nothing for WebDAV, which signs in nowhere.
@@ -37,6 +40,8 @@ public:
     std::vector<CredentialField> missing(VXCloudService service) const;
     // What exactly is missing and where to put it; empty when nothing is.
     std::string missingMessage(VXCloudService service) const;
+    // The service's app credentials when complete.
+    std::optional<VXCloudAppCredentials> appCredentials(VXCloudService service) const;
     // Hands every service's credentials that are complete to the component's configuration.
     void apply() const;
     bool complete(VXCloudService service) const { return missing(service).empty(); }

@@ -156,7 +156,7 @@ private:
             const std::string provider = *context_.sandbox()->providerName(service);
             for (const auto& seeded : sandbox_.accounts(provider)) {
                 try {
-                    const LinkResult linked = linkAccount(context_, prompter_, LinkRequest{service, seeded.email, false});
+                    const LinkResult linked = linkAccount(context_, prompter_, LinkRequest{service, seeded.email, false, false, false, /*quiet=*/true});
                     say("   Linked " + accountLabel(*linked.account) + " (" + linked.account->displayName + ")");
                     accounts_.push_back(linked.account);
                 } catch (const CliError& e) {

@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <deque>
 #include <map>
 #include <nlohmann/json.hpp>
@@ -308,7 +309,17 @@ void DocumentJobs::runRounds(DocumentOutcome& document, AccountList accounts, bo
     const std::string verb = rename ? "Renaming " + document.name + " to " + newName : "Uploading " + document.name;
     std::deque<Pass> passes{{eligible, options_.overwrite, verb}};
     int retriesLeft = options_.retries;
-    std::map<std::string, AccountOutcome> finals;
+    // Each account's latest outcome, in the order the accounts were first tried.
+    std::vector<AccountOutcome> finals;
+    const auto setFinal = [&finals](AccountOutcome outcome) {
+        for (auto& existing : finals) {
+            if (existing.accountKey == outcome.accountKey) {
+                existing = std::move(outcome);
+                return;
+            }
+        }
+        finals.push_back(std::move(outcome));
+    };
     const std::int64_t size = fileSize(document.path);
     const std::string documentPath = document.path;
     const CreatePDFBlock createPDF = [documentPath]() -> std::optional<std::string> {
@@ -368,7 +379,7 @@ void DocumentJobs::runRounds(DocumentOutcome& document, AccountList accounts, bo
                 outcome.kind = AccountOutcome::Kind::failed;
                 outcome.note = "no answer within " + std::to_string(options_.timeout.count()) + " seconds";
                 board_->finishRow(account->key(), "failed: " + outcome.note);
-                finals[account->key()] = std::move(outcome);
+                setFinal(std::move(outcome));
                 continue;
             }
             outcome.record = answer->second;
@@ -395,42 +406,42 @@ void DocumentJobs::runRounds(DocumentOutcome& document, AccountList accounts, bo
                 failures.emplace_back(account, code);
                 noteAccountOutcome(*account, code);
             }
-            finals[account->key()] = std::move(outcome);
+            setFinal(std::move(outcome));
         }
         board_->end();
 
-        // The person decides what happens to the failures (or the flags did already).
-        bool retryThisTime = retriesLeft > 0;
+        // The person decides what happens to the failures (or the flags did already), once
+        // for all the accounts that failed the same way.
+        std::vector<std::pair<ErrorCode, AccountList>> groups;
         for (const auto& [account, code] : failures) {
-            const std::string label = accountLabel(*account);
-            if (context_.json()) {
-                // Scripts read the records; questions are never asked there.
-            } else {
-                say(label + ": " + errorText(code));
-            }
+            auto group = std::find_if(groups.begin(), groups.end(), [&](const auto& g) { return g.first == code; });
+            if (group == groups.end()) group = groups.insert(groups.end(), {code, {}});
+            group->second.push_back(account);
+        }
+        const bool retryThisTime = retriesLeft > 0;
+        for (const auto& [code, failed] : groups) {
+            std::string labels;
+            for (const auto& account : failed) labels += (labels.empty() ? "" : ", ") + accountLabel(*account);
+            if (!context_.json()) say(labels + ": " + errorText(code));
             const bool overwriteQuestion = code == ErrorCode::fileConflict || (rename && code == ErrorCode::renameFailed);
             const bool retryQuestion = code == ErrorCode::fileUpload || code == ErrorCode::connection;
+            auto& next = overwriteQuestion ? conflicts : retryable;
             if (overwriteQuestion && !pass.overwrite) {
-                const auto answer = context_.json() ? std::nullopt
-                                                    : prompter_.choose("", {VXCloudString::OVERWRITE(), VXCloudString::CANCEL()});
+                const auto answer = prompter_.choose("", {VXCloudString::OVERWRITE(), VXCloudString::CANCEL()});
                 if (answer && *answer == 0) {
-                    conflicts.push_back(account);
+                    next.insert(next.end(), failed.begin(), failed.end());
                     continue;
                 }
             } else if (retryQuestion) {
-                if (retryThisTime) {
-                    retryable.push_back(account);
-                    continue;
-                }
-                const auto answer = context_.json() ? std::nullopt
-                                                    : prompter_.choose("", {VXCloudString::RETRY(), VXCloudString::CANCEL()});
-                if (answer && *answer == 0) {
-                    retryable.push_back(account);
+                std::optional<std::size_t> answer;
+                if (!retryThisTime) answer = prompter_.choose("", {VXCloudString::RETRY(), VXCloudString::CANCEL()});
+                if (retryThisTime || (answer && *answer == 0)) {
+                    next.insert(next.end(), failed.begin(), failed.end());
                     continue;
                 }
             }
             if (!context_.json()) {
-                const std::string hint = hintFor(code, *account);
+                const std::string hint = hintFor(code, *failed.front());
                 if (!hint.empty() && !(overwriteQuestion && pass.overwrite)) say("  " + hint);
             }
         }
@@ -439,7 +450,7 @@ void DocumentJobs::runRounds(DocumentOutcome& document, AccountList accounts, bo
         if (!retryable.empty()) passes.push_back({retryable, pass.overwrite, VXCloudString::RETRY() + ": " + verb});
     }
 
-    for (auto& [key, outcome] : finals) document.accounts.push_back(std::move(outcome));
+    for (auto& outcome : finals) document.accounts.push_back(std::move(outcome));
     if (rename) {
         const bool anyRenamed = std::any_of(document.accounts.begin(), document.accounts.end(),
                                             [](const auto& a) { return a.kind == AccountOutcome::Kind::done; });

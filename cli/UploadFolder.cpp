@@ -20,12 +20,6 @@ namespace {
 
 constexpr const char* kSettingsFileName = VXCloudDropboxSession::kSettingsFileName;
 
-std::string text(const Json& object, const char* key) {
-    if (!object.is_object()) return {};
-    const auto it = object.find(key);
-    return it != object.end() && it->is_string() ? it->get<std::string>() : std::string();
-}
-
 }  // namespace
 
 Json settingsDocument(const Json& uploadFolderInfo) {
@@ -66,24 +60,6 @@ FolderChange chooseUploadFolder(const std::shared_ptr<VXCloudAccount>& account,
     NotificationCenter::defaultCenter().post(VXCloudSelectedUploadFolderNotification, nullptr, userInfo);
     DispatchQueue::main()->drain();
     return change;
-}
-
-Json folderFromSettingsDocument(const std::shared_ptr<VXCloudSession>& session) {
-    const SessionOutcome settings = downloadSettings(session);
-    if (!settings.ok() || !settings.file || !settings.file->fileData) return Json();
-    const Json document = Json::parse(settings.file->fileData->view(), nullptr, false);
-    if (document.is_discarded() || !document.is_object()) return Json();
-    const std::string path = text(document, VXCloudFile::kUploadFolderPathKey);
-    const std::string id = text(document, VXCloudFile::kUploadFolderIdKey);
-    if (path.empty() && id.empty()) return Json();
-    std::string name = text(document, VXCloudFile::kUploadFolderNameKey);
-    if (name.empty()) {
-        const auto slash = path.find_last_of('/');
-        name = slash == std::string::npos ? path : path.substr(slash + 1);
-    }
-    return Json{{VXCloudFile::kUploadFolderIdKey, id},
-                {VXCloudFile::kUploadFolderNameKey, name},
-                {VXCloudFile::kUploadFolderPathKey, path}};
 }
 
 FolderChangeMover::FolderChangeMover(HostContext& context, Prompter& prompter, std::shared_ptr<ProgressBoard> board)

@@ -34,10 +34,6 @@ FolderChange chooseUploadFolder(const std::shared_ptr<VXCloudAccount>& account,
                                 const std::shared_ptr<VXCloudSession>& session, const Json& uploadFolderInfo,
                                 bool moveFiles);
 
-// Reads the settings document back from the service: the upload-folder info it names, or
-// null when there is none (or it names no folder that still exists).
-Json folderFromSettingsDocument(const std::shared_ptr<VXCloudSession>& session);
-
 // While alive, answers folder changes that ask for it by moving the account's documents
 // from the old folder to the new one.
 class FolderChangeMover {

@@ -16,7 +16,6 @@ int main(int argc, char** argv) {
                  "Start with `vxcloud demo`, which shows everything on a local sandbox.",
                  "vxcloud"};
     app.require_subcommand(1);
-    app.set_help_all_flag("--help-all", "Show the help of every command");
     app.footer("Run `vxcloud COMMAND --help` for a command's options.\n"
                "State lives in $XDG_CONFIG_HOME/vxcloud (preferences, credentials.json) and\n"
                "$XDG_DATA_HOME/vxcloud (records.sqlite3, secure-store.json).\n"

@@ -56,8 +56,11 @@ std::vector<std::string> accountNotes(const VXCloudAccount& account) {
     return notes;
 }
 
-int listAccounts(const CommonOptions& common) {
-    HostContext context(hostOptions(common, /*offline=*/true));
+int listAccounts(const CommonOptions& common, bool check) {
+    HostContext context(hostOptions(common, /*offline=*/!check));
+    // The authorisation manager's start-up check asks each service whether the stored
+    // sign-ins still work and marks the accounts whose do not.
+    if (check) setUpAuthorization(context);
     const AccountList accounts = linkedAccounts();
     if (common.json) {
         Json list = Json::array();
@@ -86,13 +89,20 @@ int listAccounts(const CommonOptions& common) {
     return kExitOk;
 }
 
-int link(const CommonOptions& common, const std::string& serviceText, const std::string& as, bool replace) {
-    const auto service = parseService(serviceText);
-    if (!service) throw CliError("unknown service \"" + serviceText + "\"; the services are: " + serviceWords(), kExitUsage);
+struct LinkArgs {
+    std::string service, as;
+    bool replace = false;
+    bool noBrowser = false;
+    bool paste = false;
+};
+
+int link(const CommonOptions& common, const LinkArgs& args) {
+    const auto service = parseService(args.service);
+    if (!service) throw CliError("unknown service \"" + args.service + "\"; the services are: " + serviceWords(), kExitUsage);
     HostContext context(hostOptions(common, false));
     Prompter prompter = Prompter::forTerminal(common.noInput);
-    if (!common.json) say(VXCloudString::LOADING_ACCOUNT() + "…");
-    const LinkResult result = linkAccount(context, prompter, LinkRequest{*service, as, replace});
+    const LinkResult result =
+        linkAccount(context, prompter, LinkRequest{*service, args.as, args.replace, args.noBrowser, args.paste});
     const auto& account = *result.account;
     if (common.json) {
         Json out = accountJson(account, 0);
@@ -225,23 +235,31 @@ void addAccountCommands(CommandLine& line) {
     auto* accounts = line.app.add_subcommand("accounts", "List the linked accounts with their service, name, "
                                                          "auto-upload, Wi-Fi-only, upload folder and last error");
     accounts->alias("list");
+    auto check = std::make_shared<bool>(false);
+    accounts->add_flag("--check", *check,
+                       "First ask each service whether the account's sign-in still works (accounts whose does not "
+                       "show the error \"authentication\")");
+    addSandbox(accounts, common);
+    addVerbosity(accounts, common);
     addJson(accounts, common);
-    accounts->callback([&] { action = [&] { return listAccounts(common); }; });
+    accounts->callback([&, check] { action = [&, check] { return listAccounts(common, *check); }; });
 
-    struct LinkArgs {
-        std::string service, as;
-        bool replace = false;
-    };
     auto linkArgs = std::make_shared<LinkArgs>();
     auto* linkCommand = line.app.add_subcommand(
-        "link", "Link an account of a service (" + serviceWords() + ").\n"
-                "Against a sandbox (--sandbox URL) one of its accounts is linked at once; against the real\n"
-                "service the app's credentials must be set first, and the command says which are missing.");
+        "link", "Link an account of a service (" + serviceWords() + ") by signing in.\n"
+                "The sign-in opens in your browser (or its address is printed) and returns to vxcloud on\n"
+                "127.0.0.1. The app's credentials at the service must be set first; the command says which\n"
+                "are missing and where they go. Against a sandbox (--sandbox URL) vxcloud answers the\n"
+                "sandbox's sign-in page itself.");
     linkCommand->add_option("service", linkArgs->service, "The service: its type word (dropbox, google_drive, ...)")
         ->required();
     linkCommand->add_option("--as", linkArgs->as,
-                            "Against a sandbox: which of its accounts (e-mail or user id; default the first)")
+                            "Against a sandbox: sign in as this of its accounts (e-mail or user id; default the first)")
         ->type_name("EMAIL");
+    linkCommand->add_flag("--no-browser", linkArgs->noBrowser,
+                          "Print the sign-in address instead of opening the browser");
+    linkCommand->add_flag("--paste", linkArgs->paste,
+                          "Read the address the browser ended on from stdin (for a browser on another machine)");
     linkCommand->add_flag("--replace", linkArgs->replace,
                           "For OneDrive and Evernote, which allow one account: replace the linked one without asking");
     addSandbox(linkCommand, common);
@@ -249,7 +267,7 @@ void addAccountCommands(CommandLine& line) {
     addJson(linkCommand, common);
     addNoInput(linkCommand, common);
     linkCommand->callback([&, linkArgs] {
-        action = [&, linkArgs] { return link(common, linkArgs->service, linkArgs->as, linkArgs->replace); };
+        action = [&, linkArgs] { return link(common, *linkArgs); };
     });
 
     auto unlinkRef = std::make_shared<std::string>();

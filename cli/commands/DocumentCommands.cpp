@@ -21,6 +21,7 @@ namespace {
 
 struct JobArgs {
     std::vector<std::string> files;
+    std::string file;
     std::vector<std::string> accounts;
     std::string newName;
     std::string account;
@@ -73,7 +74,7 @@ int rename(const CommonOptions& common, const JobArgs& args) {
     HostContext context(hostOptions(common, false));
     Prompter prompter = Prompter::forTerminal(common.noInput || common.json);
     DocumentJobs jobs(context, prompter, boardFor(common), jobOptions(args));
-    return finish(context, common, jobs.rename(args.files.front(), args.newName));
+    return finish(context, common, jobs.rename(args.file, args.newName));
 }
 
 int move(const CommonOptions& common, const JobArgs& args) {
@@ -169,7 +170,7 @@ void addDocumentCommands(CommandLine& line) {
     auto renameArgs = std::make_shared<JobArgs>();
     auto* renameCommand = line.app.add_subcommand(
         "rename", "Rename an uploaded document on every account that holds a copy of it");
-    renameCommand->add_option("file", renameArgs->files, "The document (as it was uploaded)")->required()->expected(1);
+    renameCommand->add_option("file", renameArgs->file, "The document (as it was uploaded)")->required();
     renameCommand->add_option("name", renameArgs->newName, "The new name, e.g. \"Invoice 2024.pdf\"")->required();
     renameCommand->add_option("-a,--account", renameArgs->accounts, accountHelp);
     addJobOptions(renameCommand, *renameArgs, true);

@@ -1,0 +1,141 @@
+#pragma once
+// Drives the built binaries as a person would: `vxcloud` with plain pipes or on a
+// pseudo-terminal, against a `vxcloud-sandbox` process, each test in a home of its own.
+// The binaries are found in the working directory (ctest runs tests in the build folder).
+#include <chrono>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+namespace vxcloud::testing::cli {
+
+using nlohmann::json;
+using namespace std::chrono_literals;
+
+// The folder holding vxcloud and vxcloud-sandbox ($VXCLOUD_BIN_DIR, else ".").
+std::string binaryDir();
+
+// A temporary folder, removed with everything in it.
+class TempDir {
+public:
+    TempDir();
+    ~TempDir();
+    TempDir(const TempDir&) = delete;
+    TempDir& operator=(const TempDir&) = delete;
+    const std::string& path() const { return path_; }
+    std::string file(const std::string& name) const { return path_ + "/" + name; }
+
+private:
+    std::string path_;
+};
+
+void writeFile(const std::string& path, const std::string& bytes);
+std::string readFile(const std::string& path);
+
+struct RunResult {
+    int status = -1;  // the exit status; -1 when killed
+    bool timedOut = false;
+    std::string out;
+    std::string err;
+};
+
+// A running vxcloud-sandbox on a free loopback port.
+class SandboxProcess {
+public:
+    SandboxProcess();
+    ~SandboxProcess();
+    SandboxProcess(const SandboxProcess&) = delete;
+    SandboxProcess& operator=(const SandboxProcess&) = delete;
+
+    bool ok() const { return pid_ > 0 && !base_.empty(); }
+    const std::string& error() const { return error_; }
+    const std::string& baseUrl() const { return base_; }
+    const json& description() const { return description_; }
+    // The provider's seeded accounts.
+    std::vector<json> accounts(const std::string& provider) const;
+
+    // The admin API: GET or POST (JSON body) under /admin; the parsed answer and status.
+    json admin(const std::string& method, const std::string& path, const json& body = json(), int* status = nullptr) const;
+    // Requests the sandbox has seen on a route ("dropbox/files/upload").
+    long long requests(const std::string& route) const;
+    std::optional<std::string> content(const std::string& provider, const std::string& path,
+                                       const std::string& account = {}) const;
+
+private:
+    pid_t pid_ = -1;
+    std::string base_;
+    std::string error_;
+    json description_;
+};
+
+// One person's machine: its own XDG folders and secure store, and the CLI run in them.
+class CliHome {
+public:
+    CliHome();
+    const std::string& path() const { return dir_.path(); }
+    std::string file(const std::string& name) const { return dir_.file(name); }
+    std::string recordsPath() const;
+    std::string preferencesPath() const;
+
+    // Runs vxcloud with plain pipes; `input` is its stdin.
+    RunResult run(const std::vector<std::string>& args, const std::string& input = {},
+                  std::chrono::milliseconds timeout = 120s) const;
+    // The same, expecting --json output on stdout.
+    json runJson(const std::vector<std::string>& args, int* status = nullptr) const;
+    std::vector<std::string> environment() const;
+
+    void setEnv(const std::string& name, const std::string& value) { extraEnv_[name] = value; }
+
+private:
+    TempDir dir_;
+    std::map<std::string, std::string> extraEnv_;
+};
+
+// vxcloud on a pseudo-terminal, driven by waiting for texts and typing lines.
+class PtySession {
+public:
+    PtySession(const CliHome& home, const std::vector<std::string>& args);
+    ~PtySession();
+    PtySession(const PtySession&) = delete;
+    PtySession& operator=(const PtySession&) = delete;
+
+    // Waits until `text` has appeared in the output since the last match; false on timeout.
+    bool expect(const std::string& text, std::chrono::milliseconds timeout = 60s);
+    void sendLine(const std::string& line);
+    // Waits for the program to end; its exit status (-1 on timeout or signal).
+    int wait(std::chrono::milliseconds timeout = 60s);
+    // Everything the terminal showed so far.
+    const std::string& output() const { return output_; }
+
+private:
+    bool readSome(std::chrono::milliseconds wait);
+
+    pid_t pid_ = -1;
+    int master_ = -1;
+    std::string output_;
+    std::size_t consumed_ = 0;
+    int status_ = -1;
+    bool exited_ = false;
+};
+
+// The records database as rows, read straight from SQLite.
+struct DbRecord {
+    std::string path;
+    std::string name;
+    std::string accountType;
+    std::string accountId;
+    json record;
+    std::optional<std::string> folder;
+};
+std::vector<DbRecord> readRecords(const std::string& databasePath);
+// The rows of one document (by path) and account type.
+std::optional<DbRecord> recordOf(const std::vector<DbRecord>& rows, const std::string& path,
+                                 const std::string& accountType, const std::string& accountId);
+
+// A small valid PDF whose text carries `marker`.
+std::string pdfWith(const std::string& marker);
+
+}  // namespace vxcloud::testing::cli

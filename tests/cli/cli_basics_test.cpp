@@ -1,0 +1,160 @@
+// The commands a person meets before any service is involved: help, the accounts list,
+// the WebDAV form, account settings, the hasher, and what linking needs first.
+#include <gtest/gtest.h>
+
+#include "cli/CliHarness.h"
+
+namespace vxcloud::testing::cli {
+namespace {
+
+bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+
+TEST(CliHelp, EveryCommandExplainsItselfAndItsOptions) {
+    CliHome home;
+    const RunResult top = home.run({"--help"});
+    ASSERT_EQ(top.status, 0) << top.err;
+    // Each command's --help succeeds and lists the options the command takes.
+    const std::map<std::vector<std::string>, std::vector<std::string>> commands = {
+        {{"accounts"}, {"--json", "--check"}},
+        {{"link"}, {"--sandbox", "--as", "--no-browser", "--paste", "-v"}},
+        {{"unlink"}, {"account", "--sandbox"}},
+        {{"settings"}, {"--name", "--auto-upload", "--wifi-only"}},
+        {{"webdav", "add"}, {"--username", "--url", "--port", "--label"}},
+        {{"folder"}, {"--create", "--move-files", "--list"}},
+        {{"upload"}, {"--account", "--overwrite", "--retries", "--json", "--no-input"}},
+        {{"rename"}, {"name", "--overwrite"}},
+        {{"move"}, {"--to", "--from", "--account"}},
+        {{"status"}, {"--json"}},
+        {{"hash"}, {"--service"}},
+        {{"sandbox-connect"}, {"--disconnect"}},
+        {{"demo"}, {"--keep"}},
+    };
+    for (const auto& [words, options] : commands) {
+        EXPECT_TRUE(contains(top.out, words.front())) << words.front() << " is missing from the overview";
+        std::vector<std::string> args = words;
+        args.push_back("--help");
+        const RunResult help = home.run(args);
+        EXPECT_EQ(help.status, 0) << words.front();
+        for (const auto& option : options) EXPECT_TRUE(contains(help.out, option)) << words.front() << ": " << option;
+    }
+    // A wrong command line is a usage error with the reason.
+    const RunResult wrong = home.run({"upload"});
+    EXPECT_EQ(wrong.status, 2);
+    EXPECT_TRUE(contains(wrong.err, "files")) << wrong.err;
+}
+
+TEST(CliAccounts, WebDAVAccountsAreKeptButNeverUploadAutomatically) {
+    CliHome home;
+    RunResult empty = home.run({"accounts"});
+    ASSERT_EQ(empty.status, 0) << empty.err;
+    EXPECT_TRUE(contains(empty.out, "No account is linked")) << empty.out;
+
+    // The form refuses what it cannot use, with the reason, and stores nothing.
+    RunResult badUrl = home.run({"webdav", "add", "--username", "ann", "--url", "ftp://files.example.com"});
+    EXPECT_EQ(badUrl.status, 2);
+    EXPECT_TRUE(contains(badUrl.err, "https://")) << badUrl.err;
+    RunResult badPort = home.run({"webdav", "add", "--username", "ann", "--url", "https://dav.example.com",
+                                  "--port", "70000"});
+    EXPECT_EQ(badPort.status, 2);
+    EXPECT_TRUE(contains(badPort.err, "port")) << badPort.err;
+
+    RunResult added = home.run({"webdav", "add", "--username", "ann \"the\" user", "--url", "https://dav.example.com/dav",
+                                "--label", "Office NAS"});
+    ASSERT_EQ(added.status, 0) << added.err;
+    const json listed = home.runJson({"accounts", "--json"});
+    ASSERT_EQ(listed["accounts"].size(), 1u);
+    const json& account = listed["accounts"][0];
+    EXPECT_EQ(account["service"], "web_dav");
+    EXPECT_EQ(account["email"], "ann \"the\" user");
+    EXPECT_EQ(account["port"], "443");  // from the https URL
+    EXPECT_EQ(account["label"], "Office NAS");
+    EXPECT_FALSE(account["shouldAutoUpload"].get<bool>());
+    EXPECT_TRUE(account.contains("autoUploadUnavailable"));
+
+    // Automatic upload cannot be switched on for it, and the reason is given.
+    const RunResult refused = home.run({"settings", "1", "--auto-upload", "on"});
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_TRUE(contains(refused.err, "WebDAV")) << refused.err;
+    EXPECT_FALSE(home.runJson({"accounts", "--json"})["accounts"][0]["shouldAutoUpload"].get<bool>());
+
+    // Other settings do change, and survive into the listing.
+    const RunResult renamed = home.run({"settings", "Office NAS", "--name", "Basement NAS", "--wifi-only", "off"});
+    ASSERT_EQ(renamed.status, 0) << renamed.err;
+    EXPECT_TRUE(contains(renamed.out, "Only auto-upload on Wi-Fi: off")) << renamed.out;
+    const json after = home.runJson({"accounts", "--json"})["accounts"][0];
+    EXPECT_EQ(after["displayName"], "Basement NAS");
+    EXPECT_FALSE(after["onlyWifiUpload"].get<bool>());
+
+    const RunResult text = home.run({"accounts"});
+    EXPECT_TRUE(contains(text.out, "Basement NAS")) << text.out;
+    EXPECT_TRUE(contains(text.out, "cannot upload automatically")) << text.out;
+
+    // An account reference that matches nothing lists what there is.
+    const RunResult unknown = home.run({"settings", "nobody@example.com"});
+    EXPECT_EQ(unknown.status, 2);
+    EXPECT_TRUE(contains(unknown.err, "Basement NAS") || contains(unknown.err, "ann")) << unknown.err;
+}
+
+TEST(CliHash, PrintsEachServicesDigest) {
+    CliHome home;
+    writeFile(home.file("abc.txt"), "abc");
+    writeFile(home.file("empty"), "");
+    const auto digest = [&](const std::string& service, const std::string& file) {
+        const RunResult r = home.run({"hash", "--service", service, home.file(file)});
+        EXPECT_EQ(r.status, 0) << r.err;
+        return r.out.substr(0, r.out.find(' '));
+    };
+    EXPECT_EQ(digest("google_drive", "abc.txt"), "900150983cd24fb0d6963f7d28e17f72");
+    EXPECT_EQ(digest("box", "abc.txt"), "a9993e364706816aba3e25717850c26c9cd0d89d");
+    EXPECT_EQ(digest("one_drive", "empty"), "da39a3ee5e6b4b0d3255bfef95601890afd80709");
+    // One 4 MiB block: SHA-256 over the block's SHA-256.
+    EXPECT_EQ(digest("dropbox", "abc.txt"), "4f8b42c22dd3729b519ba6f68d2da7cc5b2d606d05daed5ad5128cc03e6c6358");
+    EXPECT_EQ(digest("web_dav", "abc.txt"), "-");
+
+    const RunResult missing = home.run({"hash", "--service", "dropbox", home.file("abc.txt"), home.file("nope")});
+    EXPECT_EQ(missing.status, 1);
+    EXPECT_TRUE(contains(missing.err, "nope")) << missing.err;
+    EXPECT_TRUE(contains(missing.out, "4f8b42c2")) << "the readable file is still hashed";
+    const RunResult badService = home.run({"hash", "--service", "ftp", home.file("abc.txt")});
+    EXPECT_EQ(badService.status, 2);
+    EXPECT_TRUE(contains(badService.err, "google_drive")) << badService.err;
+}
+
+TEST(CliLink, SaysWhichCredentialsAreMissingAndWhereTheyGo) {
+    CliHome home;
+    const RunResult dropbox = home.run({"link", "dropbox"});
+    EXPECT_EQ(dropbox.status, 2);
+    EXPECT_TRUE(contains(dropbox.err, "app key")) << dropbox.err;
+    EXPECT_TRUE(contains(dropbox.err, home.path() + "/config/vxcloud/credentials.json")) << dropbox.err;
+    EXPECT_TRUE(contains(dropbox.err, "VXCLOUD_DROPBOX_APP_KEY")) << dropbox.err;
+
+    // Box needs two values; the one given in the file is no longer asked for.
+    writeFile(home.path() + "/config/vxcloud/credentials.json", R"({"box": {"client_id": "abc"}})");
+    std::filesystem::create_directories(home.path() + "/config/vxcloud");
+    writeFile(home.path() + "/config/vxcloud/credentials.json", R"({"box": {"client_id": "abc"}})");
+    const RunResult box = home.run({"link", "box"});
+    EXPECT_EQ(box.status, 2);
+    EXPECT_TRUE(contains(box.err, "client secret")) << box.err;
+    EXPECT_FALSE(contains(box.err, "client id and")) << box.err;
+    EXPECT_TRUE(contains(box.err, "VXCLOUD_BOX_CLIENT_SECRET")) << box.err;
+
+    // A damaged credentials file is reported, not fatal for commands that need none.
+    writeFile(home.path() + "/config/vxcloud/credentials.json", "{not json");
+    const RunResult listed = home.run({"accounts"});
+    EXPECT_EQ(listed.status, 0);
+    EXPECT_TRUE(contains(listed.err, "credentials.json is not a JSON object")) << listed.err;
+
+    const RunResult unknown = home.run({"link", "myspace"});
+    EXPECT_EQ(unknown.status, 2);
+    EXPECT_TRUE(contains(unknown.err, "dropbox")) << unknown.err;
+}
+
+TEST(CliSandbox, AnUnreachableSandboxIsNamedInTheError) {
+    CliHome home;
+    const RunResult r = home.run({"link", "dropbox", "--sandbox", "http://127.0.0.1:9"});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_TRUE(contains(r.err, "cannot reach the sandbox at http://127.0.0.1:9")) << r.err;
+}
+
+}  // namespace
+}  // namespace vxcloud::testing::cli

@@ -1,0 +1,227 @@
+// The main job as a person runs it, against a vxcloud-sandbox process: link, choose a
+// folder, upload, upload unchanged, conflict then overwrite, rename, move, unlink, with
+// the records database read after each step.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "cli/CliHarness.h"
+
+namespace vxcloud::testing::cli {
+namespace {
+
+bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+
+std::string canonical(const std::string& path) { return std::filesystem::weakly_canonical(path).string(); }
+
+class CliFlow : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(sandbox_.ok()) << sandbox_.error();
+        const auto accounts = sandbox_.accounts("dropbox");
+        ASSERT_FALSE(accounts.empty());
+        email_ = accounts.front()["email"].get<std::string>();
+        home_.setEnv("VXCLOUD_SANDBOX", sandbox_.baseUrl());
+    }
+
+    // Links the first Dropbox account, gives it /Scans and turns automatic upload on.
+    void linkWithFolder() {
+        const RunResult linked = home_.run({"link", "dropbox", "--as", email_});
+        ASSERT_EQ(linked.status, 0) << linked.out << linked.err;
+        const RunResult folder = home_.run({"folder", "1", "/Scans", "--create"});
+        ASSERT_EQ(folder.status, 0) << folder.out << folder.err;
+        const RunResult on = home_.run({"settings", "1", "--auto-upload", "on"});
+        ASSERT_EQ(on.status, 0) << on.out << on.err;
+    }
+
+    std::string document(const std::string& name, const std::string& marker) {
+        const std::string path = home_.file(name);
+        writeFile(path, pdfWith(marker));
+        return canonical(path);
+    }
+
+    std::optional<DbRecord> record(const std::string& path) {
+        return recordOf(readRecords(home_.recordsPath()), path, "dropbox", email_);
+    }
+
+    std::string dropboxHash(const std::string& path) {
+        const RunResult r = home_.run({"hash", "--service", "dropbox", path});
+        return r.out.substr(0, r.out.find(' '));
+    }
+
+    SandboxProcess sandbox_;
+    CliHome home_;
+    std::string email_;
+};
+
+TEST_F(CliFlow, LinkFolderUploadConflictRenameMoveUnlink) {
+    const RunResult linked = home_.run({"link", "dropbox", "--as", email_});
+    ASSERT_EQ(linked.status, 0) << linked.out << linked.err;
+    EXPECT_TRUE(contains(linked.out, "Linked: Dropbox:" + email_)) << linked.out;
+
+    const std::string a = document("a.pdf", "first document");
+    const std::string b = document("b.pdf", "second document");
+
+    // Not yet allowed to upload automatically: said so, nothing recorded as sent.
+    const RunResult early = home_.run({"upload", a});
+    EXPECT_EQ(early.status, 1);
+    EXPECT_TRUE(contains(early.out, "automatic upload is off")) << early.out;
+
+    // The folder is made, saved with the account and written to the service's settings file.
+    const RunResult folder = home_.run({"folder", "1", "/Scans", "--create"});
+    ASSERT_EQ(folder.status, 0) << folder.out << folder.err;
+    EXPECT_TRUE(contains(folder.out, "Upload folder for Dropbox:" + email_ + ": /Scans")) << folder.out;
+    const auto settings = sandbox_.content("dropbox", "/.quillosettings", email_);
+    ASSERT_TRUE(settings);
+    EXPECT_EQ(json::parse(*settings)["uploadFolderPath"], "/Scans");
+    ASSERT_EQ(home_.run({"settings", "1", "--auto-upload", "on"}).status, 0);
+
+    // Upload two documents.
+    const json uploaded = home_.runJson({"upload", a, b, "--json"});
+    ASSERT_TRUE(uploaded.value("ok", false)) << uploaded.dump(2);
+    auto ra = record(a);
+    ASSERT_TRUE(ra);
+    EXPECT_EQ(ra->record["status"], "successful");
+    EXPECT_EQ(ra->record["documentId"], "a.pdf");
+    EXPECT_EQ(ra->record["error"], "");
+    EXPECT_EQ(ra->record["version"], dropboxHash(a)) << "the version is the service's content hash";
+    EXPECT_EQ(ra->folder, "/Scans");
+    EXPECT_EQ(sandbox_.content("dropbox", "/Scans/a.pdf", email_), readFile(a));
+    const auto rbBefore = record(b);
+    ASSERT_TRUE(rbBefore);
+
+    // Unchanged content: found by its hash, nothing sent.
+    const long long uploadsBefore = sandbox_.requests("dropbox/files/upload");
+    const RunResult again = home_.run({"upload", a});
+    EXPECT_EQ(again.status, 0) << again.out << again.err;
+    EXPECT_TRUE(contains(again.out, "unchanged, nothing sent")) << again.out;
+    EXPECT_EQ(sandbox_.requests("dropbox/files/upload"), uploadsBefore);
+
+    // Changed on "another device": a conflict, in the component's own words, recorded.
+    int changed = 0;
+    sandbox_.admin("POST", "/dropbox/files/change",
+                   json{{"path", "/Scans/a.pdf"}, {"content", pdfWith("edited elsewhere")}, {"account", email_}}, &changed);
+    ASSERT_EQ(changed, 200);
+    const RunResult conflict = home_.run({"upload", a});
+    EXPECT_EQ(conflict.status, 1);
+    EXPECT_TRUE(contains(conflict.out, "This document was modified from a different device. Do you want to upload "
+                                       "your changes?"))
+        << conflict.out;
+    EXPECT_TRUE(contains(conflict.out, "--overwrite")) << conflict.out;
+    ra = record(a);
+    EXPECT_EQ(ra->record["status"], "error");
+    EXPECT_EQ(ra->record["error"], "file_conflict");
+    EXPECT_EQ(ra->record["needsUpdate"], true);
+    EXPECT_EQ(sandbox_.content("dropbox", "/Scans/a.pdf", email_), pdfWith("edited elsewhere"));
+    EXPECT_EQ(record(b)->record, rbBefore->record) << "another document's records are not touched";
+
+    const RunResult overwritten = home_.run({"upload", a, "--overwrite"});
+    ASSERT_EQ(overwritten.status, 0) << overwritten.out << overwritten.err;
+    ra = record(a);
+    EXPECT_EQ(ra->record["status"], "successful");
+    EXPECT_EQ(ra->record["error"], "");
+    EXPECT_EQ(ra->record["version"], dropboxHash(a));
+    EXPECT_EQ(sandbox_.content("dropbox", "/Scans/a.pdf", email_), readFile(a));
+
+    // Rename everywhere, to a name with quotes and spaces.
+    const std::string newName = "Invoice \"2024\" final.pdf";
+    const RunResult renamed = home_.run({"rename", a, newName});
+    ASSERT_EQ(renamed.status, 0) << renamed.out << renamed.err;
+    ra = record(a);
+    EXPECT_EQ(ra->name, newName);
+    EXPECT_EQ(ra->record["documentId"], newName);
+    EXPECT_EQ(ra->record["status"], "successful");
+    EXPECT_EQ(sandbox_.content("dropbox", "/Scans/" + newName, email_), readFile(a));
+    EXPECT_FALSE(sandbox_.content("dropbox", "/Scans/a.pdf", email_));
+    // The renamed document is found again under its new name: nothing to send.
+    const RunResult afterRename = home_.run({"upload", a});
+    EXPECT_EQ(afterRename.status, 0) << afterRename.out;
+    EXPECT_TRUE(contains(afterRename.out, "unchanged")) << afterRename.out;
+
+    // Move the second document to a new folder.
+    const RunResult moved = home_.run({"move", b, "--account", "1", "--to", "/Archive", "--create"});
+    ASSERT_EQ(moved.status, 0) << moved.out << moved.err;
+    const auto rb = record(b);
+    EXPECT_EQ(rb->folder, "/Archive");
+    EXPECT_EQ(rb->record["status"], "successful");
+    EXPECT_EQ(sandbox_.content("dropbox", "/Archive/b.pdf", email_), readFile(b));
+    EXPECT_FALSE(sandbox_.content("dropbox", "/Scans/b.pdf", email_));
+
+    const json status = home_.runJson({"status", a, b, "--json"});
+    ASSERT_EQ(status["documents"].size(), 2u);
+    EXPECT_EQ(status["documents"][0]["records"][0]["record"]["documentId"], newName);
+
+    // Unlink: signed out, removed, and the host forgets its records of the account.
+    const RunResult unlinked = home_.run({"unlink", "Dropbox:" + email_});
+    ASSERT_EQ(unlinked.status, 0) << unlinked.out << unlinked.err;
+    EXPECT_TRUE(readRecords(home_.recordsPath()).empty());
+    EXPECT_TRUE(home_.runJson({"accounts", "--json"})["accounts"].empty());
+    const RunResult gone = home_.run({"upload", a});
+    EXPECT_EQ(gone.status, 1);
+}
+
+TEST_F(CliFlow, UnreadableDocumentsAreNamedAndLeaveOtherRecordsAlone) {
+    linkWithFolder();
+    const std::string kept = document("kept.pdf", "kept");
+    ASSERT_EQ(home_.run({"upload", kept}).status, 0);
+    const auto keptBefore = readRecords(home_.recordsPath());
+
+    const std::string good = document("good.pdf", "good");
+    writeFile(home_.file("notes.txt"), "just some notes");
+    const std::string full = pdfWith("cut short");
+    writeFile(home_.file("truncated.pdf"), full.substr(0, full.size() / 2));
+    std::filesystem::create_directory(home_.file("folder.pdf"));
+    // A changed copy of the kept document that went missing must not touch its records.
+    const RunResult r = home_.run({"upload", home_.file("missing.pdf"), home_.file("notes.txt"),
+                                   home_.file("truncated.pdf"), home_.file("folder.pdf"), good});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_TRUE(contains(r.err, "cannot read " + home_.file("missing.pdf") + ": No such file or directory")) << r.err;
+    EXPECT_TRUE(contains(r.err, "notes.txt is not a PDF document")) << r.err;
+    EXPECT_TRUE(contains(r.err, "truncated.pdf is a damaged PDF document")) << r.err;
+    EXPECT_TRUE(contains(r.err, "folder.pdf is a directory")) << r.err;
+
+    const auto after = readRecords(home_.recordsPath());
+    ASSERT_EQ(after.size(), 2u) << "only the good document was added";
+    const auto keptAfter = recordOf(after, kept, "dropbox", email_);
+    ASSERT_TRUE(keptAfter);
+    EXPECT_EQ(keptAfter->record, keptBefore.front().record);
+    EXPECT_EQ(recordOf(after, good, "dropbox", email_)->record["status"], "successful");
+
+    // Removing the kept document from disk and uploading it: a clear message, records kept.
+    std::filesystem::remove(kept);
+    const RunResult vanished = home_.run({"upload", kept, "--json"});
+    EXPECT_EQ(vanished.status, 1);
+    EXPECT_TRUE(contains(vanished.err, "No such file or directory")) << vanished.err;
+    EXPECT_EQ(recordOf(readRecords(home_.recordsPath()), kept, "dropbox", email_)->record, keptBefore.front().record);
+}
+
+TEST_F(CliFlow, ChoosingANewFolderCanMoveTheDocumentsAlong) {
+    linkWithFolder();
+    const std::string a = document("report.pdf", "report");
+    ASSERT_EQ(home_.run({"upload", a}).status, 0);
+
+    const json changed = home_.runJson({"folder", "1", "/Filed/2024", "--create", "--move-files", "--json"});
+    ASSERT_EQ(changed.value("uploadFolderPath", ""), "/Filed/2024") << changed.dump(2);
+    EXPECT_TRUE(changed.value("settingsWritten", false));
+    ASSERT_TRUE(changed.contains("moved")) << changed.dump(2);
+    EXPECT_TRUE(changed["moved"].value("ok", false)) << changed.dump(2);
+    EXPECT_EQ(record(a)->folder, "/Filed/2024");
+    EXPECT_EQ(sandbox_.content("dropbox", "/Filed/2024/report.pdf", email_), readFile(a));
+    EXPECT_EQ(json::parse(*sandbox_.content("dropbox", "/.quillosettings", email_))["uploadFolderPath"], "/Filed/2024");
+
+    // Linking the account again keeps its settings, and the folder named by the settings file.
+    const RunResult relinked = home_.run({"link", "dropbox", "--as", email_});
+    ASSERT_EQ(relinked.status, 0) << relinked.out << relinked.err;
+    const json account = home_.runJson({"accounts", "--json"})["accounts"][0];
+    EXPECT_EQ(account["uploadFolderPath"], "/Filed/2024");
+    EXPECT_TRUE(account["shouldAutoUpload"].get<bool>());
+
+    // A path that does not exist is named, with what is there.
+    const RunResult missing = home_.run({"folder", "1", "/Nowhere"});
+    EXPECT_EQ(missing.status, 1);
+    EXPECT_TRUE(contains(missing.err, "no folder \"Nowhere\" in /")) << missing.err;
+    EXPECT_TRUE(contains(missing.err, "Filed")) << missing.err;
+}
+
+}  // namespace
+}  // namespace vxcloud::testing::cli
