@@ -114,13 +114,13 @@ public:
         const std::int64_t before = uploadRequests(sandbox_);
         ok &= step(4, "Upload again", "Upload it again: the content is already there, so nothing is sent",
                    [&](DocumentJobs& jobs) { return jobs.upload({document}); }, AccountOutcome::Kind::unchanged);
-        say("   The sandbox received " + std::to_string(uploadRequests(sandbox_) - before) +
+        say("  The sandbox received " + std::to_string(uploadRequests(sandbox_) - before) +
             " upload requests for this step.");
 
         changeRemoteCopies();
         ok &= step(5, "Conflict", "", [&](DocumentJobs& jobs) { return jobs.upload({document}); },
                    AccountOutcome::Kind::failed);
-        say("   The demo answers: " + VXCloudString::OVERWRITE());
+        say("  The demo answers: " + VXCloudString::OVERWRITE());
         ok &= step(0, VXCloudString::OVERWRITE(), "", [&](DocumentJobs& jobs) { return jobs.upload({document}); },
                    AccountOutcome::Kind::done, /*overwrite=*/true);
 
@@ -129,14 +129,10 @@ public:
 
         ok &= moveToArchive();
         showRecords(document);
-        summary();
         say();
-        if (ok) {
-            say("Everything above ran against the sandbox at " + sandbox_.baseUrl() +
-                ". To use vxcloud yourself: vxcloud link --help");
-        } else {
-            say("Some steps did not go as expected; see above.");
-        }
+        say(ok ? "Every step went as expected. To use vxcloud with your own accounts: vxcloud link --help"
+               : "Some steps did not go as expected; see above.");
+        summary();
         return ok ? kExitOk : kExitFailed;
     }
 
@@ -157,10 +153,10 @@ private:
             for (const auto& seeded : sandbox_.accounts(provider)) {
                 try {
                     const LinkResult linked = linkAccount(context_, prompter_, LinkRequest{service, seeded.email, false, false, false, /*quiet=*/true});
-                    say("   Linked " + accountLabel(*linked.account) + " (" + linked.account->displayName + ")");
+                    say("  Linked " + accountLabel(*linked.account) + " (" + linked.account->displayName + ")");
                     accounts_.push_back(linked.account);
                 } catch (const CliError& e) {
-                    say("   " + displayName(service) + ": not linked: " + e.what());
+                    say("  " + displayName(service) + ": not linked: " + e.what());
                 }
                 if (single) break;
             }
@@ -175,7 +171,7 @@ private:
             const PickedFolder folder = resolveFolderPath(session, kUploadFolder, /*create=*/true);
             const FolderChange change = chooseUploadFolder(account, session, folder.uploadFolderInfo(), false);
             changeAutoUpload(*account, true);
-            say("   " + accountLabel(*account) + ": " + folder.displayPath +
+            say("  " + accountLabel(*account) + ": " + folder.displayPath +
                 (change.settingsWritten ? " (settings file written)" : " (settings file not written: " +
                                                                            change.settingsProblem + ")"));
         }
@@ -214,7 +210,9 @@ private:
                 if (report.action == "rename" && account.kind == AccountOutcome::Kind::done) outcome = "renamed";
                 rows_.push_back({name, account.label, outcome, text(account.record, uploadstatus::kDocumentId),
                                  shortVersion(text(account.record, uploadstatus::kVersion)),
-                                 report.action == "upload" ? humanBytes(account.bytesSent) : "-"});
+                                 report.action == "upload" && account.kind != AccountOutcome::Kind::failed
+                                     ? humanBytes(account.bytesSent)
+                                     : "-"});
             }
         }
         return asExpected;
@@ -228,9 +226,9 @@ private:
             const std::string path = std::string(kUploadFolder) + "/" + kDocumentName;
             std::string error;
             if (sandbox_.changeFile(*provider, path, changed, account->email, &error).is_null()) {
-                say("   " + accountLabel(*account) + ": the copy could not be changed: " + error);
+                say("  " + accountLabel(*account) + ": the copy could not be changed: " + error);
             } else {
-                say("   " + accountLabel(*account) + ": " + path + " changed in the sandbox");
+                say("  " + accountLabel(*account) + ": " + path + " changed in the sandbox");
             }
         }
     }
@@ -260,10 +258,10 @@ private:
             const auto provider = context_.sandbox()->providerName(account->cloudService);
             const std::string moved = std::string(kArchiveFolder) + "/" + kRenamed;
             if (sandbox_.fileContent(*provider, moved, account->email)) {
-                say("   " + accountLabel(*account) + ": the sandbox now holds " + moved);
+                say("  " + accountLabel(*account) + ": the sandbox now holds " + moved);
             } else {
                 ok = false;
-                say("   " + accountLabel(*account) + ": " + moved + " is not in the sandbox");
+                say("  " + accountLabel(*account) + ": " + moved + " is not in the sandbox");
             }
         }
         return ok;
@@ -272,15 +270,15 @@ private:
     void showRecords(const std::string& document) {
         const auto row = context_.records().documentByPath(absolutePath(document));
         if (!row) return;
-        say("   The host's records of \"" + row->name + "\" (vxcloud status):");
+        say("  The host's records of \"" + row->name + "\" (vxcloud status):");
         std::cout << statusTable(context_.records(), *row, linkedAccounts());
     }
 
     void summary() {
-        heading(8, "Summary");
+        heading(8, "Summary: what each step did, against the sandbox at " + sandbox_.baseUrl());
         Table table({"Step", "Account", "Outcome", "Stored as", "Version", "Sent"});
         for (const auto& row : rows_) table.add({row.step, row.account, row.outcome, row.storedAs, row.version, row.sent});
-        std::cout << table.render("   ");
+        std::cout << table.render("  ");
     }
 
     sandbox::Sandbox& sandbox_;

@@ -306,7 +306,8 @@ void DocumentJobs::runRounds(DocumentOutcome& document, AccountList accounts, bo
         bool overwrite;
         std::string title;
     };
-    const std::string verb = rename ? "Renaming " + document.name + " to " + newName : "Uploading " + document.name;
+    const std::string verb = rename ? "Renaming " + document.name + " to " + newName
+                                    : "Uploading " + document.name + " (" + humanBytes(fileSize(document.path)) + ")";
     std::deque<Pass> passes{{eligible, options_.overwrite, verb}};
     int retriesLeft = options_.retries;
     // Each account's latest outcome, in the order the accounts were first tried.
@@ -475,6 +476,7 @@ JobReport DocumentJobs::move(const std::vector<std::string>& paths, const std::s
     if (!fromFolder) throw CliError(label + " has no upload folder to move from; name one with --from PATH", kExitUsage);
     const std::string fromPath = fromFolder->path.value_or("/").empty() ? "/" : fromFolder->path.value_or("/");
     const std::string toPath = toFolder->path.value_or("/").empty() ? "/" : toFolder->path.value_or("/");
+    if (fromPath == toPath) throw CliError("the documents are to move from " + fromPath + " to itself", kExitUsage);
 
     auto& records = context_.records();
     VXCloudFileList files;

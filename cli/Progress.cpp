@@ -10,7 +10,7 @@
 namespace vxcloud::cli {
 
 namespace {
-constexpr int kBarWidth = 24;
+constexpr int kBarWidth = 20;
 }
 
 std::shared_ptr<ProgressBoard> ProgressBoard::create(bool live, bool quiet) {
@@ -98,8 +98,7 @@ std::string ProgressBoard::renderRow(const Row& row, std::size_t labelWidth) con
     const double fraction = total > 0 ? std::min(1.0, static_cast<double>(row.sent) / static_cast<double>(total)) : 0.0;
     const int filled = static_cast<int>(fraction * kBarWidth + 0.5);
     line += "[" + std::string(filled, '#') + std::string(kBarWidth - filled, '-') + "] ";
-    line += std::to_string(static_cast<int>(fraction * 100.0 + 0.5)) + "%  " + humanBytes(std::min(row.sent, total)) +
-            " / " + humanBytes(total);
+    line += std::to_string(static_cast<int>(fraction * 100.0 + 0.5)) + "%  " + humanBytes(std::min(row.sent, total));
     return line;
 }
 

@@ -2,6 +2,8 @@
 // upload folders, uploads documents to every eligible account, renames and moves them, and
 // keeps each document's upload status records.
 #include <CLI/CLI.hpp>
+#include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <iostream>
 
@@ -9,7 +11,9 @@
 #include "Commands.h"
 #include "Output.h"
 
-int main(int argc, char** argv) {
+namespace {
+
+int run(int argc, char** argv) {
     using namespace vxcloud::cli;
 
     CLI::App app{"vxcloud: upload scanned documents to your cloud accounts, and keep track of them.\n"
@@ -47,4 +51,16 @@ int main(int argc, char** argv) {
         warn(std::string("unexpected failure: ") + e.what());
         return kExitFailed;
     }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const int status = run(argc, argv);
+    // The component's threads may still be finishing work nobody waits for (a move job's
+    // last poll); the process ends here without tearing down what they might still touch.
+    // Everything of the host's own (records, preferences, tokens) is written by now.
+    std::cout.flush();
+    std::fflush(nullptr);
+    std::_Exit(status);
 }
