@@ -223,5 +223,53 @@ TEST_F(CliFlow, ChoosingANewFolderCanMoveTheDocumentsAlong) {
     EXPECT_TRUE(contains(missing.err, "Filed")) << missing.err;
 }
 
+TEST_F(CliFlow, FailuresShowTheComponentsTextsAndRetriesFollowTheFlag) {
+    linkWithFolder();
+    const std::string a = document("a.pdf", "retry me");
+
+    // One refused transfer: the retry question's text; without --retries the failure stays.
+    int status = 0;
+    sandbox_.admin("POST", "/faults", json{{"route", "dropbox/files/upload"}, {"fault", "status=400"}, {"times", 1}},
+                   &status);
+    ASSERT_EQ(status, 200);
+    const RunResult failed = home_.run({"upload", a});
+    EXPECT_EQ(failed.status, 1);
+    EXPECT_TRUE(contains(failed.out, "An error has occurred while uploading your file. Retry the upload?")) << failed.out;
+    EXPECT_EQ(record(a)->record["error"], "file_upload");
+
+    // With --retries the question is answered "Retry" and the second attempt succeeds.
+    sandbox_.admin("POST", "/faults", json{{"route", "dropbox/files/upload"}, {"fault", "status=400"}, {"times", 1}});
+    const json retried = home_.runJson({"upload", a, "--retries", "1", "--json"}, &status);
+    EXPECT_EQ(status, 0) << retried.dump(2);
+    EXPECT_EQ(record(a)->record["status"], "successful");
+
+    // A full account: the quota text, and the account carries the error until a success.
+    const std::string b = document("b.pdf", "too big for the account");
+    sandbox_.admin("POST", "/faults", json{{"route", "dropbox/files/upload"}, {"fault", "quota-full"}, {"times", 1}});
+    const RunResult full = home_.run({"upload", b});
+    EXPECT_EQ(full.status, 1);
+    EXPECT_TRUE(contains(full.out, "You have reached the storage quota for your cloud account.")) << full.out;
+    EXPECT_EQ(record(b)->record["error"], "storage_quota_reached");
+    EXPECT_EQ(home_.runJson({"accounts", "--json"})["accounts"][0]["error"], "storage_quota_reached");
+    ASSERT_EQ(home_.run({"upload", b}).status, 0);
+    EXPECT_TRUE(home_.runJson({"accounts", "--json"})["accounts"][0]["error"].is_null());
+
+    // A second account with automatic upload on but no folder: the missing-folder text for
+    // it, while the first account still gets the document.
+    const auto accounts = sandbox_.accounts("dropbox");
+    ASSERT_GE(accounts.size(), 2u);
+    const std::string other = accounts[1]["email"].get<std::string>();
+    ASSERT_EQ(home_.run({"link", "dropbox", "--as", other}).status, 0);
+    ASSERT_EQ(home_.run({"settings", other, "--auto-upload", "on"}).status, 0);
+    const std::string c = document("c.pdf", "third");
+    const RunResult partly = home_.run({"upload", c});
+    EXPECT_EQ(partly.status, 1);
+    EXPECT_TRUE(contains(partly.out, "unable to find the upload folder for one of your accounts")) << partly.out;
+    EXPECT_TRUE(contains(partly.out, "vxcloud folder 'Dropbox:" + other + "'")) << partly.out;
+    const auto rows = readRecords(home_.recordsPath());
+    EXPECT_EQ(recordOf(rows, c, "dropbox", email_)->record["status"], "successful");
+    EXPECT_EQ(recordOf(rows, c, "dropbox", other)->record["error"], "missing_folder");
+}
+
 }  // namespace
 }  // namespace vxcloud::testing::cli
