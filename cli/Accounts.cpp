@@ -67,7 +67,7 @@ std::shared_ptr<VXCloudAccount> resolveAccount(const std::string& reference) {
     if (accounts.empty()) throw CliError("no account is linked yet; link one with: vxcloud link SERVICE", kExitUsage);
 
     // Its number in the list.
-    if (!reference.empty() && std::all_of(reference.begin(), reference.end(), ::isdigit) && reference.size() < 6) {
+    if (!reference.empty() && std::all_of(reference.begin(), reference.end(), [](unsigned char c) { return std::isdigit(c) != 0; }) && reference.size() < 6) {
         const std::size_t index = std::stoul(reference);
         if (index >= 1 && index <= accounts.size()) return accounts[index - 1];
         throw CliError("there is no account number " + reference + "; vxcloud accounts lists " +

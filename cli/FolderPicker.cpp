@@ -103,7 +103,7 @@ std::optional<PickedFolder> pickFolderInteractively(const std::shared_ptr<VXClou
         if (!typed) return std::nullopt;  // end of input: nothing chosen
         const std::string choice = lower(*typed);
 
-        if (!choice.empty() && std::all_of(choice.begin(), choice.end(), ::isdigit) && choice.size() < 6) {
+        if (!choice.empty() && std::all_of(choice.begin(), choice.end(), [](unsigned char c) { return std::isdigit(c) != 0; }) && choice.size() < 6) {
             const std::size_t index = std::stoul(choice);
             if (index < 1 || index > here.children.size()) {
                 say("There is no folder number " + choice + " here.");

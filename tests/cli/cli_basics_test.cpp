@@ -95,6 +95,29 @@ TEST(CliAccounts, WebDAVAccountsAreKeptButNeverUploadAutomatically) {
     EXPECT_TRUE(contains(unknown.err, "Basement NAS") || contains(unknown.err, "ann")) << unknown.err;
 }
 
+TEST(CliAccounts, WebDAVFormAsksForWhatIsMissingOnATerminal) {
+    CliHome home;
+    PtySession form(home, {"webdav", "add", "--label", "Home server"});
+    ASSERT_TRUE(form.expect("Username:")) << form.output();
+    form.sendLine("nas-user");
+    ASSERT_TRUE(form.expect("URL (https://...):")) << form.output();
+    form.sendLine("http://nas.local/webdav");
+    ASSERT_TRUE(form.expect("Port [80]:")) << form.output();
+    form.sendLine("");
+    ASSERT_TRUE(form.expect("Added ")) << form.output();
+    EXPECT_EQ(form.wait(), 0) << form.output();
+    const json account = home.runJson({"accounts", "--json"})["accounts"][0];
+    EXPECT_EQ(account["email"], "nas-user");
+    EXPECT_EQ(account["url"], "http://nas.local/webdav");
+    EXPECT_EQ(account["port"], "80");
+    EXPECT_EQ(account["label"], "Home server");
+
+    // Without a terminal the missing fields are an error, not a question.
+    const RunResult piped = home.run({"webdav", "add", "--url", "https://dav.example.com"});
+    EXPECT_EQ(piped.status, 2);
+    EXPECT_TRUE(contains(piped.err, "username")) << piped.err;
+}
+
 TEST(CliHash, PrintsEachServicesDigest) {
     CliHome home;
     writeFile(home.file("abc.txt"), "abc");
