@@ -467,6 +467,15 @@ TEST_F(GoogleDriveSession, LargeDocumentsGoInChunksAndResumeAfterADroppedConnect
     EXPECT_EQ(delegate_->progressSum(), static_cast<std::int64_t>(bytes.size()));
     EXPECT_EQ(session_->previousUploadAmount(), bytes.size());
 
+    // A session the server has forgotten is started again, once.
+    fx_.sandbox().resetStats();
+    fault("upload/session", "status=404;error=notFound;skip=1", 1);
+    auto restarted = makeDocument("restarted.pdf", bytes);
+    event = upload(restarted, folder, false);
+    ASSERT_EQ(event.kind, Kind::didUpload) << describe(event);
+    EXPECT_EQ(fx_.stats("upload/create").requests, 2);
+    EXPECT_TRUE(sameBytes(fx_.remoteContent(*folder, "restarted.pdf"), bytes));
+
     // The server keeps less than a chunk sends: the client goes on from where it stopped.
     ASSERT_TRUE(fx_.sandbox().configure("google", Json{{"resumable_keep_max_bytes", 256 * 1024}}));
     fx_.limitUploads(256 * 1024, 1024 * 1024);
