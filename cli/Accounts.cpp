@@ -31,6 +31,10 @@ std::string withoutPunctuation(const std::string& text) {
 
 }  // namespace
 
+bool allDigits(const std::string& text) {
+    return !text.empty() && std::all_of(text.begin(), text.end(), [](unsigned char c) { return std::isdigit(c) != 0; });
+}
+
 AccountList linkedAccounts() { return VXCloudUserDefaults::loadAllAccounts(false); }
 
 std::string accountLabel(const VXCloudAccount& account) {
@@ -62,12 +66,17 @@ std::string serviceWords() {
     return words;
 }
 
+VXCloudService requireService(const std::string& text) {
+    if (auto service = parseService(text)) return *service;
+    throw CliError("unknown service \"" + text + "\"; the services are: " + serviceWords(), kExitUsage);
+}
+
 std::shared_ptr<VXCloudAccount> resolveAccount(const std::string& reference) {
     const AccountList accounts = linkedAccounts();
     if (accounts.empty()) throw CliError("no account is linked yet; link one with: vxcloud link SERVICE", kExitUsage);
 
     // Its number in the list.
-    if (!reference.empty() && std::all_of(reference.begin(), reference.end(), [](unsigned char c) { return std::isdigit(c) != 0; }) && reference.size() < 6) {
+    if (!reference.empty() && allDigits(reference) && reference.size() < 6) {
         const std::size_t index = std::stoul(reference);
         if (index >= 1 && index <= accounts.size()) return accounts[index - 1];
         throw CliError("there is no account number " + reference + "; vxcloud accounts lists " +

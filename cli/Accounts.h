@@ -25,10 +25,15 @@ std::string accountLabel(const VXCloudAccount& account);
 std::shared_ptr<VXCloudAccount> resolveAccount(const std::string& reference);
 AccountList resolveAccounts(const std::vector<std::string>& references);
 
+// Whether the text is a number (of ASCII digits).
+bool allDigits(const std::string& text);
+
 // A service from its type word ("google_drive") or a friendlier spelling ("google-drive",
 // "gdrive", "Dropbox", "webdav").
 std::optional<VXCloudService> parseService(const std::string& text);
 std::string serviceWords();  // "google_drive, dropbox, ..." for help texts
+// parseService, or a CliError listing the services.
+VXCloudService requireService(const std::string& text);
 
 // Why the account can never upload automatically in this host, or nothing when it can.
 std::optional<std::string> autoUploadRefusal(const VXCloudAccount& account);

@@ -152,7 +152,11 @@ private:
             const std::string provider = *context_.sandbox()->providerName(service);
             for (const auto& seeded : sandbox_.accounts(provider)) {
                 try {
-                    const LinkResult linked = linkAccount(context_, prompter_, LinkRequest{service, seeded.email, false, false, false, /*quiet=*/true});
+                    LinkRequest request;
+                    request.service = service;
+                    request.as = seeded.email;
+                    request.quiet = true;
+                    const LinkResult linked = linkAccount(context_, prompter_, request);
                     say("  Linked " + accountLabel(*linked.account) + " (" + linked.account->displayName + ")");
                     accounts_.push_back(linked.account);
                 } catch (const CliError& e) {

@@ -4,6 +4,7 @@
 #include <cctype>
 #include <nlohmann/json.hpp>
 
+#include "Accounts.h"
 #include "CliError.h"
 #include "Output.h"
 #include "Prompts.h"
@@ -103,7 +104,7 @@ std::optional<PickedFolder> pickFolderInteractively(const std::shared_ptr<VXClou
         if (!typed) return std::nullopt;  // end of input: nothing chosen
         const std::string choice = lower(*typed);
 
-        if (!choice.empty() && std::all_of(choice.begin(), choice.end(), [](unsigned char c) { return std::isdigit(c) != 0; }) && choice.size() < 6) {
+        if (!choice.empty() && allDigits(choice) && choice.size() < 6) {
             const std::size_t index = std::stoul(choice);
             if (index < 1 || index > here.children.size()) {
                 say("There is no folder number " + choice + " here.");

@@ -97,12 +97,11 @@ struct LinkArgs {
 };
 
 int link(const CommonOptions& common, const LinkArgs& args) {
-    const auto service = parseService(args.service);
-    if (!service) throw CliError("unknown service \"" + args.service + "\"; the services are: " + serviceWords(), kExitUsage);
+    const VXCloudService service = requireService(args.service);
     HostContext context(hostOptions(common, false));
     Prompter prompter = Prompter::forTerminal(common.noInput);
     const LinkResult result =
-        linkAccount(context, prompter, LinkRequest{*service, args.as, args.replace, args.noBrowser, args.paste});
+        linkAccount(context, prompter, LinkRequest{service, args.as, args.replace, args.noBrowser, args.paste});
     const auto& account = *result.account;
     if (common.json) {
         Json out = accountJson(account, 0);

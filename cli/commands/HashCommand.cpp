@@ -13,15 +13,14 @@ namespace vxcloud::cli {
 namespace {
 
 int hashFiles(const CommonOptions& common, const std::string& serviceText, const std::vector<std::string>& files) {
-    const auto service = parseService(serviceText);
-    if (!service) throw CliError("unknown service \"" + serviceText + "\"; the services are: " + serviceWords(), kExitUsage);
+    const VXCloudService service = requireService(serviceText);
     int status = kExitOk;
     Json out = Json::array();
     for (const auto& path : files) {
         std::string error;
         const auto data = ByteBuffer::mapFile(path, &error);
         std::optional<std::string> digest;
-        if (data) digest = VXCloudFileHasher::hash(*data, *service);
+        if (data) digest = VXCloudFileHasher::hash(*data, service);
         if (!data || !digest) {
             warn("cannot hash " + path + ": " + (data ? std::string("the digest routines failed") : error));
             status = kExitFailed;
@@ -29,7 +28,7 @@ int hashFiles(const CommonOptions& common, const std::string& serviceText, const
             continue;
         }
         if (common.json) {
-            out.push_back(Json{{"path", path}, {"service", std::string(accountType(*service))}, {"hash", *digest}});
+            out.push_back(Json{{"path", path}, {"service", std::string(accountType(service))}, {"hash", *digest}});
         } else {
             // WebDAV computes no digest: an empty hash, shown as "-".
             say((digest->empty() ? "-" : *digest) + "  " + path);
