@@ -4,7 +4,6 @@
 #include <openssl/rand.h>
 
 #include <array>
-#include <vector>
 
 namespace vxcloud::auth {
 namespace {
