@@ -162,7 +162,9 @@ TEST_P(SessionContract, RemoteChangeIsAConflictUnlessOverwriting) {
     auto first = storeDocument("changed.pdf", original, folder);
     ASSERT_NE(first, nullptr);
     const bool silent = fixture_->expectsSilence(Operation::upload);
-    if (!silent) ASSERT_TRUE(fixture_->changeRemote(*folder, "changed.pdf", documentBytes(5000, 6)));
+    if (!silent) {
+        ASSERT_TRUE(fixture_->changeRemote(*folder, "changed.pdf", documentBytes(5000, 6)));
+    }
 
     const std::string local = documentBytes(6000, 7);
     auto edited = storedDocument(*first, local);
