@@ -12,16 +12,16 @@
 
 namespace vxcloud::cli {
 
-std::optional<ServiceCredentialSpec> credentialSpec(VXCloudService service) {
+std::optional<ServiceCredentialLayout> credentialLayout(VXCloudService service) {
     switch (service) {
         case VXCloudService::dropbox:
-            return ServiceCredentialSpec{"dropbox",
+            return ServiceCredentialLayout{"dropbox",
                                          {{"app_key", "VXCLOUD_DROPBOX_APP_KEY", "app key", true},
                                           {"redirect_url", "VXCLOUD_DROPBOX_REDIRECT_URL", "redirect URL", false}},
                                          "app_key",
                                          ""};
         case VXCloudService::googleDrive:
-            return ServiceCredentialSpec{"google_drive",
+            return ServiceCredentialLayout{"google_drive",
                                          {{"client_id", "VXCLOUD_GOOGLE_CLIENT_ID", "client id", true},
                                           {"client_secret", "VXCLOUD_GOOGLE_CLIENT_SECRET", "client secret", false},
                                           {"redirect_url", "VXCLOUD_GOOGLE_REDIRECT_URL", "redirect URL", false}},
@@ -29,18 +29,18 @@ std::optional<ServiceCredentialSpec> credentialSpec(VXCloudService service) {
                                          "client_secret"};
         case VXCloudService::oneDrive:
         case VXCloudService::oneNote:
-            return ServiceCredentialSpec{"one_drive",
+            return ServiceCredentialLayout{"one_drive",
                                          {{"application_id", "VXCLOUD_ONEDRIVE_APPLICATION_ID", "application id", true}},
                                          "application_id",
                                          ""};
         case VXCloudService::box:
-            return ServiceCredentialSpec{"box",
+            return ServiceCredentialLayout{"box",
                                          {{"client_id", "VXCLOUD_BOX_CLIENT_ID", "client id", true},
                                           {"client_secret", "VXCLOUD_BOX_CLIENT_SECRET", "client secret", true}},
                                          "client_id",
                                          "client_secret"};
         case VXCloudService::evernote:
-            return ServiceCredentialSpec{"evernote",
+            return ServiceCredentialLayout{"evernote",
                                          {{"consumer_key", "VXCLOUD_EVERNOTE_CONSUMER_KEY", "consumer key", true},
                                           {"consumer_secret", "VXCLOUD_EVERNOTE_CONSUMER_SECRET", "consumer secret", true}},
                                          "consumer_key",
@@ -77,20 +77,20 @@ HostCredentials HostCredentials::load(const std::string& credentialsPath) {
     }
     // The environment wins over the file.
     for (VXCloudService service : allCloudServices) {
-        const auto spec = credentialSpec(service);
-        if (!spec) continue;
-        for (const auto& field : spec->fields) {
+        const auto layout = credentialLayout(service);
+        if (!layout) continue;
+        for (const auto& field : layout->fields) {
             const char* value = std::getenv(field.environment.c_str());
-            if (value && *value) credentials.values_[spec->section][field.key] = value;
+            if (value && *value) credentials.values_[layout->section][field.key] = value;
         }
     }
     return credentials;
 }
 
 std::optional<std::string> HostCredentials::value(VXCloudService service, const std::string& key) const {
-    const auto spec = credentialSpec(service);
-    if (!spec) return std::nullopt;
-    const auto section = values_.find(spec->section);
+    const auto layout = credentialLayout(service);
+    if (!layout) return std::nullopt;
+    const auto section = values_.find(layout->section);
     if (section == values_.end()) return std::nullopt;
     const auto field = section->second.find(key);
     if (field == section->second.end()) return std::nullopt;
@@ -99,9 +99,9 @@ std::optional<std::string> HostCredentials::value(VXCloudService service, const 
 
 std::vector<CredentialField> HostCredentials::missing(VXCloudService service) const {
     std::vector<CredentialField> out;
-    const auto spec = credentialSpec(service);
-    if (!spec) return out;
-    for (const auto& field : spec->fields)
+    const auto layout = credentialLayout(service);
+    if (!layout) return out;
+    for (const auto& field : layout->fields)
         if (field.required && !value(service, field.key)) out.push_back(field);
     return out;
 }
@@ -109,7 +109,7 @@ std::vector<CredentialField> HostCredentials::missing(VXCloudService service) co
 std::string HostCredentials::missingMessage(VXCloudService service) const {
     const auto fields = missing(service);
     if (fields.empty()) return {};
-    const auto spec = credentialSpec(service);
+    const auto layout = credentialLayout(service);
     std::string labels, example, variables;
     for (std::size_t i = 0; i < fields.size(); ++i) {
         const auto& f = fields[i];
@@ -122,7 +122,7 @@ std::string HostCredentials::missingMessage(VXCloudService service) const {
     std::string message = "linking a " + displayName(service) + " account needs this app's " + labels +
                           " at " + displayName(service) + ", which is not set.\n";
     message += "Put it in " + path_ + " (readable only by you: chmod 600):\n";
-    message += "  {\"" + spec->section + "\": {" + example + "}}\n";
+    message += "  {\"" + layout->section + "\": {" + example + "}}\n";
     message += "or set the environment variable" + std::string(fields.size() > 1 ? "s" : "") + ":\n" + variables;
     message += "To try vxcloud without registering an app, link against the sandbox: vxcloud link " +
                std::string(accountType(service)) + " --sandbox URL (see vxcloud-sandbox --help).";
@@ -130,11 +130,11 @@ std::string HostCredentials::missingMessage(VXCloudService service) const {
 }
 
 std::optional<VXCloudAppCredentials> HostCredentials::appCredentials(VXCloudService service) const {
-    const auto spec = credentialSpec(service);
-    if (!spec || !complete(service)) return std::nullopt;
+    const auto layout = credentialLayout(service);
+    if (!layout || !complete(service)) return std::nullopt;
     VXCloudAppCredentials app;
-    app.clientId = value(service, spec->idKey).value_or("");
-    if (!spec->secretKey.empty()) app.clientSecret = value(service, spec->secretKey);
+    app.clientId = value(service, layout->idKey).value_or("");
+    if (!layout->secretKey.empty()) app.clientSecret = value(service, layout->secretKey);
     return app;
 }
 

@@ -19,7 +19,7 @@ struct CredentialField {
     bool required = true;
 };
 
-struct ServiceCredentialSpec {
+struct ServiceCredentialLayout {
     std::string section;  // "dropbox", "google_drive", ... (OneNote shares "one_drive")
     std::vector<CredentialField> fields;
     std::string idKey;      // the field that identifies the app (app key, client id, ...)
@@ -27,7 +27,7 @@ struct ServiceCredentialSpec {
 };
 
 // The credentials a service's sign-in needs; nothing for WebDAV, which signs in nowhere.
-std::optional<ServiceCredentialSpec> credentialSpec(VXCloudService service);
+std::optional<ServiceCredentialLayout> credentialLayout(VXCloudService service);
 
 class HostCredentials {
 public:
