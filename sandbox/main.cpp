@@ -43,16 +43,16 @@ bool parsePort(const std::string& text, int& port) {
     return port <= 65535;
 }
 
-bool applySetting(Sandbox& sandbox, const std::string& spec, std::string& error) {
-    const auto dot = spec.find('.');
-    const auto eq = spec.find('=');
+bool applySetting(Sandbox& sandbox, const std::string& desc, std::string& error) {
+    const auto dot = desc.find('.');
+    const auto eq = desc.find('=');
     if (dot == std::string::npos || eq == std::string::npos || dot > eq) {
-        error = "--set needs PROVIDER.KEY=VALUE, got \"" + spec + "\"";
+        error = "--set needs PROVIDER.KEY=VALUE, got \"" + desc + "\"";
         return false;
     }
-    const std::string provider = spec.substr(0, dot), key = spec.substr(dot + 1, eq - dot - 1);
-    json value = json::parse(spec.substr(eq + 1), nullptr, false);
-    if (value.is_discarded()) value = spec.substr(eq + 1);  // a bare word is a string
+    const std::string provider = desc.substr(0, dot), key = desc.substr(dot + 1, eq - dot - 1);
+    json value = json::parse(desc.substr(eq + 1), nullptr, false);
+    if (value.is_discarded()) value = desc.substr(eq + 1);  // a bare word is a string
     return sandbox.configure(provider, json{{key, value}}, &error);
 }
 
@@ -69,15 +69,15 @@ bool applySeed(Sandbox& sandbox, const std::string& path, std::string& error) {
         error = "seed file " + path + " is not a JSON object";
         return false;
     }
-    for (const auto& [provider, spec] : seed.items()) {
-        if (!spec.is_object()) {
+    for (const auto& [provider, desc] : seed.items()) {
+        if (!desc.is_object()) {
             error = "seed for \"" + provider + "\" must be an object";
             return false;
         }
-        const std::string account = spec.value("account", "");
-        if (spec.contains("settings") && !sandbox.configure(provider, spec["settings"], &error)) return false;
-        const json folders = spec.value("folders", json::array());
-        const json files = spec.value("files", json::object());
+        const std::string account = desc.value("account", "");
+        if (desc.contains("settings") && !sandbox.configure(provider, desc["settings"], &error)) return false;
+        const json folders = desc.value("folders", json::array());
+        const json files = desc.value("files", json::object());
         if (!folders.is_array() || !files.is_object()) {
             error = "seed for \"" + provider + "\": folders is a list, files an object";
             return false;
@@ -148,8 +148,8 @@ int main(int argc, char** argv) {
 
     Sandbox sandbox(options);
     std::string error;
-    for (const auto& spec : settings) {
-        if (!applySetting(sandbox, spec, error)) {
+    for (const auto& desc : settings) {
+        if (!applySetting(sandbox, desc, error)) {
             std::fprintf(stderr, "vxcloud-sandbox: %s\n", error.c_str());
             return 2;
         }

@@ -110,15 +110,15 @@ void Response::serveContent(const Request& request, const ByteBuffer& content, s
         text(416, "Requested range not satisfiable");
         setHeader("Content-Range", "bytes */" + std::to_string(size));
     };
-    std::string spec = *range;
-    if (spec.rfind("bytes=", 0) != 0 || spec.find(',') != std::string::npos) {
+    std::string desc = *range;
+    if (desc.rfind("bytes=", 0) != 0 || desc.find(',') != std::string::npos) {
         bytes(200, content, std::move(type));  // unsupported forms are ignored, as servers may
         return;
     }
-    spec = spec.substr(6);
-    const auto dash = spec.find('-');
+    desc = desc.substr(6);
+    const auto dash = desc.find('-');
     if (dash == std::string::npos) return unsatisfiable();
-    const std::string firstText = spec.substr(0, dash), lastText = spec.substr(dash + 1);
+    const std::string firstText = desc.substr(0, dash), lastText = desc.substr(dash + 1);
     auto parse = [](const std::string& s, std::uint64_t& out) {
         if (s.empty() || s.size() > 19 || !std::all_of(s.begin(), s.end(), ::isdigit)) return false;
         out = std::stoull(s);

@@ -110,10 +110,10 @@ ContentRange parseContentRange(const std::string& header) {
     auto bad = [&] { fail(400, "badRequest", "Failed to parse Content-Range header.", "Content-Range", "header"); };
     ContentRange range;
     if (header.rfind("bytes ", 0) != 0) bad();
-    const std::string spec = header.substr(6);
-    const auto slash = spec.find('/');
+    const std::string desc = header.substr(6);
+    const auto slash = desc.find('/');
     if (slash == std::string::npos) bad();
-    const std::string span = spec.substr(0, slash), total = spec.substr(slash + 1);
+    const std::string span = desc.substr(0, slash), total = desc.substr(slash + 1);
     if (total != "*") {
         range.total = number(total);
         if (range.total < 0) bad();

@@ -216,8 +216,8 @@ bool GoogleDriveFixture::storeSettings(const VXCloudFile& folder) {
     return !createFile("root", VXCloudGoogleDriveSession::kSettingsFileName, settings.dump()).empty();
 }
 
-bool GoogleDriveFixture::fault(const std::string& route, const std::string& spec, int times) {
-    const auto parsed = sandbox::FaultSpec::parse(spec);
+bool GoogleDriveFixture::fault(const std::string& route, const std::string& desc, int times) {
+    const auto parsed = sandbox::FaultSpec::parse(desc);
     return parsed && sandbox_->enqueueFault(std::string(kProvider) + "/" + route, *parsed, times);
 }
 

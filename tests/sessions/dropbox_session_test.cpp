@@ -39,9 +39,9 @@ protected:
         session_->setCloudSessionProgressDelegate(delegate_);
     }
 
-    void fault(const std::string& route, const std::string& spec, int times = 1) {
-        auto parsed = sandbox::FaultSpec::parse(spec);
-        ASSERT_TRUE(parsed) << spec;
+    void fault(const std::string& route, const std::string& desc, int times = 1) {
+        auto parsed = sandbox::FaultSpec::parse(desc);
+        ASSERT_TRUE(parsed) << desc;
         ASSERT_TRUE(fx_.sandbox().enqueueFault("dropbox/" + route, *parsed, times));
     }
 

@@ -38,8 +38,8 @@ protected:
     }
 
     // A fault that answers at once (Retry-After: 0), for every attempt the client makes.
-    void fault(const std::string& route, const std::string& spec, int times = 8) {
-        ASSERT_TRUE(fx_.fault(route, spec, times)) << route << ": " << spec;
+    void fault(const std::string& route, const std::string& desc, int times = 8) {
+        ASSERT_TRUE(fx_.fault(route, desc, times)) << route << ": " << desc;
     }
 
     SessionEvent upload(const std::shared_ptr<VXCloudFile>& file, const std::shared_ptr<VXCloudFile>& parent,
@@ -399,9 +399,9 @@ TEST_F(GoogleDriveSession, ReasonsOfRealErrorBodiesBecomeTheTablesCodes) {
     auto folder = fx_.makeFolder("Reasons");
     auto file = makeStoredDocument(*fx_.account(), "doc.pdf", md5("v"), "v", md5("v"));
     for (const auto& row : rows) {
-        std::string spec = "status=" + std::to_string(row.status) + ";retry-after=0";
-        spec += row.reason.empty() ? ";body=Service%20Unavailable;content-type=text/html" : ";error=" + row.reason;
-        fault("files/list", spec);
+        std::string desc = "status=" + std::to_string(row.status) + ";retry-after=0";
+        desc += row.reason.empty() ? ";body=Service%20Unavailable;content-type=text/html" : ";error=" + row.reason;
+        fault("files/list", desc);
         auto event = upload(file, folder, false);
         fx_.sandbox().clearFaults();
         EXPECT_EQ(event.kind, Kind::uploadFailed) << row.reason;
