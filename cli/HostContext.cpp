@@ -56,16 +56,20 @@ void logRequests() {
 
 HostContext::HostContext(HostOptions options)
     : options_(std::move(options)), paths_(Paths::standard()), progress_(std::make_shared<ProgressSlot>()) {
+    // Quiet unless asked: what goes wrong reaches the person as the host's own messages.
+    if (options_.verbosity >= 1) logRequests();
+    log::setLevel(options_.verbosity >= 2 ? log::Level::debug : log::Level::off);
+
     PreferencesStore::setStandardPath(paths_.preferences());
-    if (const auto report = PreferencesStore::standard()->takeCorruptionReport()) warn(*report);
+    // A damaged preferences file is set aside on the first read; the person hears of it.
+    const auto preferences = PreferencesStore::standard();
+    (void)preferences->snapshot();
+    if (const auto report = preferences->takeCorruptionReport()) warn(*report);
 
     // Tokens live in the keyring when one answers; VXCLOUD_SECURE_STORE=file keeps them in
     // the owner-only file under the data directory instead.
     if (const char* choice = std::getenv("VXCLOUD_SECURE_STORE"); choice && std::string(choice) == "file")
         SecureStore::setShared(SecureStore::openFile(paths_.secureStore()));
-
-    if (options_.verbosity >= 1) logRequests();
-    log::setLevel(options_.verbosity >= 2 ? log::Level::debug : log::Level::off);
 
     credentials_ = HostCredentials::load(paths_.credentials());
     for (const auto& problem : credentials_.problems()) warn(problem);

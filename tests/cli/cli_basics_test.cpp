@@ -2,6 +2,8 @@
 // the WebDAV form, account settings, the hasher, and what linking needs first.
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "cli/CliHarness.h"
 
 namespace vxcloud::testing::cli {
@@ -170,6 +172,24 @@ TEST(CliLink, SaysWhichCredentialsAreMissingAndWhereTheyGo) {
     const RunResult unknown = home.run({"link", "myspace"});
     EXPECT_EQ(unknown.status, 2);
     EXPECT_TRUE(contains(unknown.err, "dropbox")) << unknown.err;
+}
+
+TEST(CliState, DamagedStateFilesAreReportedNotFatal) {
+    CliHome home;
+    std::filesystem::create_directories(home.path() + "/config/vxcloud");
+    std::filesystem::create_directories(home.path() + "/data/vxcloud");
+    writeFile(home.preferencesPath(), "{\"vxcloudaccounts\": ");
+    const RunResult listed = home.run({"accounts"});
+    EXPECT_EQ(listed.status, 0);
+    EXPECT_TRUE(contains(listed.err, "moved to " + home.preferencesPath() + ".corrupt-")) << listed.err;
+    EXPECT_TRUE(contains(listed.out, "No account is linked")) << listed.out;
+
+    writeFile(home.recordsPath(), std::string(200, 'x'));
+    const RunResult status = home.run({"status"});
+    EXPECT_EQ(status.status, 1);
+    EXPECT_TRUE(contains(status.err, home.recordsPath())) << status.err;
+    EXPECT_TRUE(contains(status.err, "Move the file aside")) << status.err;
+    EXPECT_EQ(readFile(home.recordsPath()), std::string(200, 'x')) << "the damaged file is left for the person";
 }
 
 TEST(CliSandbox, AnUnreachableSandboxIsNamedInTheError) {
