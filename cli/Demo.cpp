@@ -157,7 +157,7 @@ private:
                     request.as = seeded.email;
                     request.quiet = true;
                     const LinkResult linked = linkAccount(context_, prompter_, request);
-                    say("  Linked " + accountLabel(*linked.account) + " (" + linked.account->displayName + ")");
+                    say("  Linked " + accountLabel(*linked.account));
                     accounts_.push_back(linked.account);
                 } catch (const CliError& e) {
                     say("  " + displayName(service) + ": not linked: " + e.what());
