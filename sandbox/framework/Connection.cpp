@@ -47,24 +47,51 @@ bool matches(int fd, const ConnectionAddress& want) {
     return want.remoteAddr.empty() || ip == normalise(want.remoteAddr);
 }
 
-}  // namespace
+bool acceptedOn(int fd, int localPort) {
+    sockaddr_storage local{}, remote{};
+    socklen_t localLength = sizeof local, remoteLength = sizeof remote;
+    if (getsockname(fd, reinterpret_cast<sockaddr*>(&local), &localLength) != 0) return false;
+    std::string ip;
+    int port = -1;
+    if (!describe(local, ip, port) || port != localPort) return false;
+    // The listening socket has no peer; only connections do.
+    return getpeername(fd, reinterpret_cast<sockaddr*>(&remote), &remoteLength) == 0;
+}
 
-bool dropConnection(const ConnectionAddress& address) {
+template <typename Visit>
+void forEachOpenFd(Visit visit) {
     DIR* dir = opendir("/proc/self/fd");
-    if (!dir) return false;
-    bool dropped = false;
+    if (!dir) return;
     while (const dirent* entry = readdir(dir)) {
         if (entry->d_name[0] < '0' || entry->d_name[0] > '9') continue;
         const int fd = std::atoi(entry->d_name);
-        if (fd == dirfd(dir) || !matches(fd, address)) continue;
+        if (fd != dirfd(dir) && !visit(fd)) break;
+    }
+    closedir(dir);
+}
+
+}  // namespace
+
+int shutdownAcceptedConnections(int localPort) {
+    int count = 0;
+    forEachOpenFd([&](int fd) {
+        if (acceptedOn(fd, localPort) && shutdown(fd, SHUT_RDWR) == 0) ++count;
+        return true;
+    });
+    return count;
+}
+
+bool dropConnection(const ConnectionAddress& address) {
+    bool dropped = false;
+    forEachOpenFd([&](int fd) {
+        if (!matches(fd, address)) return true;
         // Reset rather than close politely, the way a broken network path looks.
         linger hard{1, 0};
         setsockopt(fd, SOL_SOCKET, SO_LINGER, &hard, sizeof hard);
         shutdown(fd, SHUT_RDWR);
         dropped = true;
-        break;
-    }
-    closedir(dir);
+        return false;
+    });
     return dropped;
 }
 

@@ -16,4 +16,8 @@ struct ConnectionAddress {
 // Returns whether a matching socket was found and shut down.
 bool dropConnection(const ConnectionAddress& address);
 
+// Shuts down every accepted connection on `localPort`, so a stopping server need not wait for
+// idle keep-alive connections to time out. Returns how many were shut down.
+int shutdownAcceptedConnections(int localPort);
+
 }  // namespace vxcloud::sandbox

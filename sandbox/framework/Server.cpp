@@ -344,6 +344,8 @@ void Server::stop() {
     }
     impl_->waitCondition.notify_all();
     impl_->http->stop();
+    // Idle keep-alive connections would otherwise hold the workers until their timeout.
+    shutdownAcceptedConnections(port_);
     if (impl_->thread.joinable()) impl_->thread.join();
     impl_->http.reset();
 }
