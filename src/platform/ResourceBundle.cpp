@@ -255,6 +255,8 @@ std::unique_ptr<ResourceBundle> locateBundle() {
         std::filesystem::path dir = std::filesystem::path(file).parent_path();
         candidates.push_back((dir / kBundleName).string());
         candidates.push_back((dir / ".." / "share" / "vxcloud" / kBundleName).lexically_normal().string());
+        // Multiarch library directories (lib/x86_64-linux-gnu) sit one level deeper.
+        candidates.push_back((dir / ".." / ".." / "share" / "vxcloud" / kBundleName).lexically_normal().string());
     }
     if (*VXCLOUD_BUNDLE_BUILD_DIR) candidates.emplace_back(VXCLOUD_BUNDLE_BUILD_DIR);
     for (const std::string& candidate : candidates) {
