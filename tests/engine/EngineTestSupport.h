@@ -138,8 +138,8 @@ private:
 
 class ScriptedSession : public VXCloudSession {
 public:
-    ScriptedSession(std::shared_ptr<VXCloudAccount> account, std::shared_ptr<Script> script)
-        : VXCloudSession(std::move(account)), script_(std::move(script)) {}
+    ScriptedSession(std::shared_ptr<VXCloudAccount> account, const std::shared_ptr<Script>& script)
+        : VXCloudSession(std::move(account)), script_(script) {}
 
     std::shared_ptr<VXCloudFile> rootFolder() const override {
         return std::make_shared<VXCloudFile>("Root", true, true);
@@ -159,7 +159,7 @@ public:
         call.folder = std::move(parent);
         call.overwrite = overwrite;
         call.progress = cloudSessionProgressDelegate();
-        script_->record(std::move(call));
+        record(std::move(call));
     }
     void renameWithCloudFile(std::shared_ptr<VXCloudFile> file, std::string newName,
                              std::shared_ptr<VXCloudFile> parent, bool overwrite,
@@ -172,7 +172,7 @@ public:
         call.overwrite = overwrite;
         call.newName = std::move(newName);
         call.createPDFBlock = std::move(createPDFBlock);
-        script_->record(std::move(call));
+        record(std::move(call));
     }
     void moveWithCloudFiles(VXCloudFileList files, std::shared_ptr<VXCloudFile> from,
                             std::shared_ptr<VXCloudFile> to) override {
@@ -182,7 +182,7 @@ public:
         call.files = std::move(files);
         call.folder = std::move(from);
         call.toFolder = std::move(to);
-        script_->record(std::move(call));
+        record(std::move(call));
     }
     void downloadSettingsFileWithCompletionHandler(
         std::function<void(std::shared_ptr<VXCloudFile>, std::shared_ptr<VXCloudError>)>) override {}
@@ -191,7 +191,12 @@ private:
     std::shared_ptr<ScriptedSession> self() {
         return std::static_pointer_cast<ScriptedSession>(shared_from_this());
     }
-    std::shared_ptr<Script> script_;
+    void record(Call call) {
+        if (const auto script = script_.lock()) script->record(std::move(call));
+    }
+    // Weak: the script's calls hold their sessions, and a strong reference back would keep
+    // both (and the documents the calls carry) alive after the test.
+    std::weak_ptr<Script> script_;
 };
 
 // Answers, as a service would: the returned record is the one that was passed in.
