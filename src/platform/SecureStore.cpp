@@ -1,9 +1,11 @@
 #include "vxcloud/platform/SecureStore.h"
 
+#include <filesystem>
 #include <mutex>
 #include <utility>
 
 #include "platform/SecureStoreBackends.h"
+#include "vxcloud/platform/Log.h"
 #include "platform/Xdg.h"
 
 namespace vxcloud {
@@ -28,7 +30,14 @@ std::shared_ptr<SecureStore> SecureStore::shared() {
     std::lock_guard lock(s.mutex);
     if (!s.store) {
         s.store = openSecretService();
-        if (!s.store) s.store = openFile(defaultFilePath());
+        if (!s.store) {
+            s.store = openFile(defaultFilePath());
+        } else if (std::filesystem::exists(defaultFilePath())) {
+            // Secrets saved while no keyring answered would otherwise look like signed-out accounts.
+            auto file = openFile(defaultFilePath());
+            const std::size_t moved = moveItems(*file, *s.store);
+            if (moved > 0) log::info("secure-store", "moved " + std::to_string(moved) + " secrets from the file into the keyring");
+        }
     }
     return s.store;
 }
@@ -49,6 +58,16 @@ std::shared_ptr<SecureStore> SecureStore::openSecretService() {
 
 std::string SecureStore::defaultFilePath() {
     return xdg::dataHome() + "/vxcloud/secure-store.json";
+}
+
+std::size_t SecureStore::moveItems(SecureStore& from, SecureStore& to) {
+    std::size_t moved = 0;
+    for (const SecureItem& item : from.find(SecureQuery{})) {
+        const SecureStatus status = to.add(item);
+        if (status == SecureStatus::success) ++moved;
+        if (status == SecureStatus::success || status == SecureStatus::duplicateItem) from.remove(item.key);
+    }
+    return moved;
 }
 
 std::optional<std::string> SecureStore::secret(const SecureItemKey& key) const {

@@ -165,6 +165,31 @@ TEST(SecureStoreFile, UnwritableLocationReportsFailure) {
     for (const auto& message : warnings.messages()) EXPECT_EQ(message.find("\"s\""), std::string::npos);
 }
 
+TEST(SecureStoreFile, MovingItemsKeepsWhatTheTargetHasAndLosesNothingOnFailure) {
+    TempFolder tmp;
+    auto from = SecureStore::openFile(tmp / "from.json");
+    auto to = SecureStore::openFile(tmp / "to.json");
+    from->put(item("oauth-token", 1, "a@x", "old-a", "refresh"));
+    from->put(item("oauth-token", 1, "b@x", "from-b", "refresh"));
+    from->put(item("internet-password", 4, "c@x", "pw"));
+    to->put(item("oauth-token", 1, "b@x", "to-b", "refresh"));
+
+    // A target that cannot write keeps every item where it was.
+    testutil::writeWholeFile(tmp / "blocked", "x");
+    auto broken = SecureStore::openFile(tmp / "blocked/store.json");
+    {
+        testutil::WarningCollector quiet;
+        EXPECT_EQ(SecureStore::moveItems(*from, *broken), 0u);
+    }
+    EXPECT_EQ(from->find(SecureQuery()).size(), 3u);
+
+    EXPECT_EQ(SecureStore::moveItems(*from, *to), 2u);
+    EXPECT_TRUE(from->find(SecureQuery()).empty());
+    EXPECT_EQ(to->secret({"oauth-token", 1, "a@x", "refresh"}), "old-a");
+    EXPECT_EQ(to->secret({"oauth-token", 1, "b@x", "refresh"}), "to-b");
+    EXPECT_EQ(to->secret({"internet-password", 4, "c@x", ""}), "pw");
+}
+
 TEST(SecureStore, SharedStoreAndDefaultLocation) {
     TempFolder tmp;
     {
@@ -307,6 +332,16 @@ TEST(SecureStoreSecretService, ContractOnAPrivateKeyring) {
     }
     ASSERT_NE(store, nullptr) << "the private keyring did not come up";
     checkContract(*store);
+
+    // Secrets kept in the file while no keyring answered move into the keyring once one does.
+    auto file = SecureStore::openFile(SecureStore::defaultFilePath());
+    ASSERT_EQ(file->put(item("oauth-token", 7, "late@x", "from-the-file", "refresh")), SecureStatus::success);
+    SecureStore::setShared(nullptr);
+    auto shared = SecureStore::shared();
+    SecureStore::setShared(nullptr);
+    EXPECT_EQ(store->secret({"oauth-token", 7, "late@x", "refresh"}), "from-the-file");
+    EXPECT_NE(shared, nullptr);
+    EXPECT_TRUE(file->find(SecureQuery()).empty());
 }
 
 }  // namespace

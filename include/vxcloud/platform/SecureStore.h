@@ -56,6 +56,10 @@ public:
     // Null when no Secret Service keyring answers.
     static std::shared_ptr<SecureStore> openSecretService();
     static std::string defaultFilePath();
+    // Moves every item of `from` into `to`; an item `to` already holds stays as it is there.
+    // An item leaves `from` only once `to` has it. Returns how many `to` took. shared() uses
+    // it when a keyring appears after secrets were kept in the file.
+    static std::size_t moveItems(SecureStore& from, SecureStore& to);
 
     // Adds a new item; duplicateItem when one with the same key exists (left untouched).
     virtual SecureStatus add(const SecureItem& item) = 0;
