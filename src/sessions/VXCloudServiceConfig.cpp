@@ -2,6 +2,7 @@
 
 #include <array>
 #include <mutex>
+#include <utility>
 
 namespace vxcloud {
 namespace {
@@ -32,6 +33,21 @@ Registry& registry() {
     return instance;
 }
 
+// One field of a service's entry, read or replaced under the registry's lock.
+template <auto Field>
+auto get(VXCloudService service) {
+    Registry& r = registry();
+    std::lock_guard lock(r.mutex);
+    return r.at(service).*Field;
+}
+
+template <auto Field, typename Value>
+void set(VXCloudService service, Value value) {
+    Registry& r = registry();
+    std::lock_guard lock(r.mutex);
+    r.at(service).*Field = std::move(value);
+}
+
 }  // namespace
 
 VXCloudServiceEndpoints VXCloudServiceConfig::defaultEndpoints(VXCloudService service) {
@@ -58,39 +74,27 @@ VXCloudServiceEndpoints VXCloudServiceConfig::defaultEndpoints(VXCloudService se
 }
 
 VXCloudServiceEndpoints VXCloudServiceConfig::endpoints(VXCloudService service) {
-    Registry& r = registry();
-    std::lock_guard lock(r.mutex);
-    return r.at(service).endpoints;
+    return get<&Entry::endpoints>(service);
 }
 
 void VXCloudServiceConfig::setEndpoints(VXCloudService service, VXCloudServiceEndpoints endpoints) {
-    Registry& r = registry();
-    std::lock_guard lock(r.mutex);
-    r.at(service).endpoints = std::move(endpoints);
+    set<&Entry::endpoints>(service, std::move(endpoints));
 }
 
 VXCloudAppCredentials VXCloudServiceConfig::credentials(VXCloudService service) {
-    Registry& r = registry();
-    std::lock_guard lock(r.mutex);
-    return r.at(service).credentials;
+    return get<&Entry::credentials>(service);
 }
 
 void VXCloudServiceConfig::setCredentials(VXCloudService service, VXCloudAppCredentials credentials) {
-    Registry& r = registry();
-    std::lock_guard lock(r.mutex);
-    r.at(service).credentials = std::move(credentials);
+    set<&Entry::credentials>(service, std::move(credentials));
 }
 
 VXCloudUploadLimits VXCloudServiceConfig::uploadLimits(VXCloudService service) {
-    Registry& r = registry();
-    std::lock_guard lock(r.mutex);
-    return r.at(service).limits;
+    return get<&Entry::limits>(service);
 }
 
 void VXCloudServiceConfig::setUploadLimits(VXCloudService service, VXCloudUploadLimits limits) {
-    Registry& r = registry();
-    std::lock_guard lock(r.mutex);
-    r.at(service).limits = limits;
+    set<&Entry::limits>(service, std::move(limits));
 }
 
 void VXCloudServiceConfig::reset(VXCloudService service) {
