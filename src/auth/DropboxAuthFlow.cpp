@@ -4,7 +4,6 @@
 
 #include "providers/dropbox/DropboxClient.h"
 #include "vxcloud/model/VXCloudAccount.h"
-#include "vxcloud/sessions/VXCloudServiceConfig.h"
 
 namespace vxcloud::auth {
 namespace {
@@ -65,17 +64,8 @@ VXCloudAuthResult finishDropbox(const GrantedTokens& granted) {
 
 std::shared_ptr<OAuth2Flow> makeDropboxFlow(const VXCloudDropboxInfo& info, std::chrono::milliseconds timeLimit,
                                             OAuth2Flow::Completion completion) {
-    const VXCloudServiceEndpoints endpoints = VXCloudServiceConfig::endpoints(kService);
-    OAuth2Request request;
-    request.service = kService;
-    request.serviceName = "Dropbox";
-    request.authorizeUrl = endpoints.authorizeUrl;
-    request.tokenUrl = endpoints.tokenUrl;
-    request.clientId = info.appKey;
-    request.clientSecret = VXCloudServiceConfig::credentials(kService).clientSecret;
+    OAuth2Request request = OAuth2Request::forService(kService, "Dropbox", info.appKey, info.redirectURL, timeLimit);
     request.extraParameters = {{"token_access_type", "offline"}};
-    request.redirectUrl = info.redirectURL;
-    request.timeLimit = timeLimit;
     return OAuth2Flow::create(std::move(request), finishDropbox, std::move(completion));
 }
 

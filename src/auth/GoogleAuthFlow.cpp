@@ -112,18 +112,11 @@ std::vector<std::string> googleScopes(const std::vector<std::string>& requested)
 
 std::shared_ptr<OAuth2Flow> makeGoogleFlow(const VXCloudGoogleDriveInfo& info, std::chrono::milliseconds timeLimit,
                                            OAuth2Flow::Completion completion) {
-    const VXCloudServiceEndpoints endpoints = VXCloudServiceConfig::endpoints(kService);
-    OAuth2Request request;
-    request.service = kService;
-    request.serviceName = "Google Drive";
-    request.authorizeUrl = endpoints.authorizeUrl;
-    request.tokenUrl = endpoints.tokenUrl;
-    request.clientId = info.clientId;
-    request.clientSecret = info.clientSecret ? info.clientSecret : VXCloudServiceConfig::credentials(kService).clientSecret;
+    OAuth2Request request =
+        OAuth2Request::forService(kService, "Google Drive", info.clientId, info.redirectURL, timeLimit);
+    if (info.clientSecret) request.clientSecret = info.clientSecret;
     request.scopes = googleScopes(info.scopes);
     request.extraParameters = {{"access_type", "offline"}, {"prompt", "consent"}};
-    request.redirectUrl = info.redirectURL;
-    request.timeLimit = timeLimit;
     const std::string clientId = info.clientId;
     return OAuth2Flow::create(
         std::move(request), [clientId](const GrantedTokens& granted) { return finishGoogle(granted, clientId); },

@@ -5,12 +5,15 @@
 #include "auth/LoopbackRedirectListener.h"
 #include "auth/Pkce.h"
 #include "auth/RedirectUrl.h"
+#include "providers/ProviderSupport.h"
+#include "providers/oauth/TokenRequest.h"
 #include "vxcloud/model/VXCloudAccount.h"
 #include "vxcloud/model/VXCloudConstants.h"
 #include "vxcloud/model/VXCloudUserDefaults.h"
 #include "vxcloud/platform/Dispatch.h"
 #include "vxcloud/platform/Http.h"
 #include "vxcloud/platform/Log.h"
+#include "vxcloud/sessions/VXCloudServiceConfig.h"
 
 namespace vxcloud::auth {
 namespace {
@@ -30,19 +33,6 @@ std::string joined(const std::vector<std::string>& words) {
         out += word;
     }
     return out;
-}
-
-TransportErrorKind transportKind(TransportError error) {
-    switch (error) {
-        case TransportError::none: return TransportErrorKind::none;
-        case TransportError::couldNotResolve:
-        case TransportError::couldNotConnect: return TransportErrorKind::cannotConnect;
-        case TransportError::timedOut: return TransportErrorKind::timedOut;
-        case TransportError::connectionLost: return TransportErrorKind::connectionLost;
-        case TransportError::tls: return TransportErrorKind::tls;
-        case TransportError::aborted: return TransportErrorKind::cancelled;
-        default: return TransportErrorKind::other;
-    }
 }
 
 // Where the redirect is received: a loopback listener (port, path), or the host.
@@ -111,6 +101,21 @@ VXCloudAuthResult linkedAccount(std::shared_ptr<VXCloudAccount> account) {
         return signInError(ErrorCode::fileUpload, "The linked account could not be saved in the preferences.");
     }
     return VXCloudAuthResult::success(std::move(account));
+}
+
+OAuth2Request OAuth2Request::forService(VXCloudService service, std::string serviceName, std::string clientId,
+                                        std::string redirectUrl, std::chrono::milliseconds timeLimit) {
+    const VXCloudServiceEndpoints endpoints = VXCloudServiceConfig::endpoints(service);
+    OAuth2Request request;
+    request.service = service;
+    request.serviceName = std::move(serviceName);
+    request.authorizeUrl = endpoints.authorizeUrl;
+    request.tokenUrl = endpoints.tokenUrl;
+    request.clientId = std::move(clientId);
+    request.clientSecret = VXCloudServiceConfig::credentials(service).clientSecret;
+    request.redirectUrl = std::move(redirectUrl);
+    request.timeLimit = timeLimit;
+    return request;
 }
 
 std::shared_ptr<OAuth2Flow> OAuth2Flow::create(OAuth2Request request, Finisher finisher, Completion completion,
@@ -303,14 +308,8 @@ void OAuth2Flow::exchange(std::string code) {
     };
     if (request_.clientSecret) form.emplace_back("client_secret", *request_.clientSecret);
 
-    HttpRequest http;
-    http.method = "POST";
-    http.url = request_.tokenUrl;
-    http.headers.set("Content-Type", "application/x-www-form-urlencoded");
-    http.headers.set("Accept", "application/json");
-    http.body = ByteBuffer::adopt(HttpClient::formEncode(form));
-    // A code is good for one exchange: only repeat when the request never left.
-    http.idempotent = false;
+    // A code is good for one exchange: the request is only repeated when it never left.
+    const HttpRequest http = oauth::tokenRequest(request_.tokenUrl, form);
 
     VXCloudAuthResult result = VXCloudAuthResult::cancel();
     try {
@@ -318,7 +317,7 @@ void OAuth2Flow::exchange(std::string code) {
         const HttpResponse response = http_->perform(http, RetryPolicy::standard(3));
         if (response.transportFailed()) {
             const ProviderError error =
-                ProviderError::transportFailure(transportKind(response.error), response.errorMessage);
+                ProviderError::transportFailure(providers::transportErrorKind(response.error), response.errorMessage);
             result = signInError(classifySignInError(request_.service, error),
                                  name + " could not be reached: " + response.errorMessage);
         } else if (!response.ok()) {

@@ -45,6 +45,11 @@ struct OAuth2Request {
     // it is, and the host hands the redirect over.
     std::string redirectUrl;
     std::chrono::milliseconds timeLimit{std::chrono::minutes(10)};
+
+    // A request to the service's configured endpoints, with the configured client secret
+    // (if any); the service's flow adds its scopes and parameters.
+    static OAuth2Request forService(VXCloudService service, std::string serviceName, std::string clientId,
+                                    std::string redirectUrl, std::chrono::milliseconds timeLimit);
 };
 
 // What the token endpoint granted.

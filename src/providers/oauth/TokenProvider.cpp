@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include "providers/ProviderSupport.h"
+#include "providers/oauth/TokenRequest.h"
 #include "vxcloud/platform/Http.h"
 #include "vxcloud/platform/Log.h"
 #include "vxcloud/sessions/VXCloudServiceConfig.h"
@@ -111,15 +112,9 @@ TokenResult TokenProvider::refresh(const VXCloudOAuthToken& current) {
     if (!credentials.clientId.empty()) form.emplace_back("client_id", credentials.clientId);
     if (credentials.clientSecret) form.emplace_back("client_secret", *credentials.clientSecret);
 
-    HttpRequest request;
-    request.method = "POST";
-    request.url = endpoints.tokenUrl;
-    request.headers.set("Content-Type", "application/x-www-form-urlencoded");
-    request.headers.set("Accept", "application/json");
-    request.body = ByteBuffer::adopt(HttpClient::formEncode(form));
-    // A refresh that reached the server may have rotated the refresh token; only repeat it
-    // when the server provably did not act on it.
-    request.idempotent = false;
+    // A refresh that reached the server may have rotated the refresh token: the request is
+    // only repeated when the server provably did not act on it.
+    const HttpRequest request = tokenRequest(endpoints.tokenUrl, form);
 
     const std::int64_t requestedAt = nowSeconds();
     const HttpResponse response = http_->perform(request, RetryPolicy::standard(3));
