@@ -2,68 +2,12 @@
 
 #include <any>
 #include <atomic>
-#include <thread>
 
 #include "vxcloud/model/VXCloudConstants.h"
 #include "vxcloud/platform/Dispatch.h"
-#include "vxcloud/platform/PreferencesStore.h"
-#include "vxcloud/platform/SecureStore.h"
 #include "vxcloud/sessions/VXCloudServiceConfig.h"
 
 namespace vxcloud::testing {
-namespace {
-
-// A stopping sandbox waits for idle keep-alive connections to time out; the tests need
-// not wait with it. Everything retired is gone before the process exits.
-class Retirer {
-public:
-    ~Retirer() {
-        std::lock_guard lock(mutex_);
-        for (auto& thread : threads_) thread.join();
-    }
-    void retire(std::shared_ptr<void> object) {
-        std::lock_guard lock(mutex_);
-        threads_.emplace_back([object = std::move(object)]() mutable { object.reset(); });
-    }
-
-private:
-    std::mutex mutex_;
-    std::vector<std::thread> threads_;
-};
-
-void retireInBackground(std::shared_ptr<void> object) {
-    static Retirer retirer;
-    retirer.retire(std::move(object));
-}
-
-}  // namespace
-
-bool waitUntil(const std::function<bool()>& condition, std::chrono::milliseconds timeout) {
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
-        std::this_thread::sleep_for(10ms);
-    }
-    return true;
-}
-
-std::string queryParam(const std::string& url, const std::string& name) {
-    const auto question = url.find('?');
-    if (question == std::string::npos) return {};
-    std::string_view query(url);
-    query.remove_prefix(question + 1);
-    while (!query.empty()) {
-        const auto amp = query.find('&');
-        const std::string_view pair = query.substr(0, amp);
-        const auto eq = pair.find('=');
-        if (HttpClient::urlDecode(pair.substr(0, eq)) == name) {
-            return eq == std::string_view::npos ? std::string() : HttpClient::urlDecode(pair.substr(eq + 1));
-        }
-        if (amp == std::string_view::npos) break;
-        query.remove_prefix(amp + 1);
-    }
-    return {};
-}
 
 // SandboxBrowser
 
@@ -122,9 +66,8 @@ HttpResponse SandboxBrowser::lastAnswer() const {
 // AuthTest
 
 void AuthTest::SetUp() {
-    ASSERT_FALSE(temp_.path().empty());
-    SecureStore::setShared(SecureStore::openFile(temp_.file("secure-store.json")));
-    PreferencesStore::setStandardPath(temp_.file("preferences.json"));
+    stores_ = std::make_unique<IsolatedStores>();
+    ASSERT_FALSE(stores_->folder().empty());
 
     sandbox_ = std::make_shared<sandbox::Sandbox>();
     std::string error;
@@ -158,26 +101,12 @@ void AuthTest::TearDown() {
     VXCloudServiceConfig::resetAll();
     manager().setAuthorizationTimeLimit(VXCloudAuthManager::kDefaultAuthorizationTimeLimit);
     if (sandbox_) retireInBackground(std::move(sandbox_));
-    // Leave a store behind that never reaches the person's keyring.
-    SecureStore::setShared(SecureStore::openFile(temp_.file("secure-store.json")));
+    stores_.reset();
 }
 
 void AuthTest::configureEndpoints() {
-    VXCloudServiceEndpoints dropbox;
-    dropbox.apiBase = sandbox_->endpoint("dropbox", "api");
-    dropbox.contentBase = sandbox_->endpoint("dropbox", "content");
-    dropbox.authorizeUrl = sandbox_->endpoint("dropbox", "authorize");
-    dropbox.tokenUrl = sandbox_->endpoint("dropbox", "token");
-    VXCloudServiceConfig::setEndpoints(VXCloudService::dropbox, dropbox);
-
-    VXCloudServiceEndpoints google;
-    google.apiBase = sandbox_->endpoint("google", "api");
-    google.contentBase = sandbox_->endpoint("google", "upload");
-    google.authorizeUrl = sandbox_->endpoint("google", "authorize");
-    google.tokenUrl = sandbox_->endpoint("google", "token");
-    google.extra["revoke"] = sandbox_->endpoint("google", "revoke");
-    google.extra["userinfo"] = sandbox_->endpoint("google", "userinfo");
-    VXCloudServiceConfig::setEndpoints(VXCloudService::googleDrive, google);
+    pointAtSandbox(*sandbox_, "dropbox", VXCloudService::dropbox);
+    pointAtSandbox(*sandbox_, "google", VXCloudService::googleDrive);
 }
 
 void AuthTest::setUpManager(const std::string& googleRedirect) {

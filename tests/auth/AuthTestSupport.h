@@ -13,7 +13,9 @@
 #include <string>
 #include <vector>
 
-#include "model/ModelTestSupport.h"
+#include "support/IsolatedStores.h"
+#include "support/SandboxSupport.h"
+#include "support/Waiting.h"
 #include "vxcloud/auth/VXCloudAuthManager.h"
 #include "vxcloud/model/VXCloudAccount.h"
 #include "vxcloud/model/VXCloudError.h"
@@ -37,9 +39,6 @@ struct PostedResult {
     std::optional<VXCloudAuthResult> result;  // objects["authResult"]
     bool onMainQueue = false;
 };
-
-// The query parameter `name` of a URL ("" when absent).
-std::string queryParam(const std::string& url, const std::string& name);
 
 // Plays the person in a browser: "opens" the authorize URL by deciding at the sandbox's
 // authorize page and following its redirect to the app's loopback listener.
@@ -101,7 +100,7 @@ protected:
 
     std::int64_t requests(const std::string& route) const;
 
-    TempFolder temp_;
+    std::unique_ptr<IsolatedStores> stores_;
     std::shared_ptr<sandbox::Sandbox> sandbox_;
 
 private:
@@ -110,8 +109,5 @@ private:
     std::size_t consumed_ = 0;
     NotificationCenter::ObserverToken observer_;
 };
-
-// Waits, polling, until the condition holds.
-bool waitUntil(const std::function<bool()>& condition, std::chrono::milliseconds timeout = 20s);
 
 }  // namespace vxcloud::testing

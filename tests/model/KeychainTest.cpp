@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "ModelTestSupport.h"
+#include "support/TempFolder.h"
 #include "vxcloud/model/VXCloudKeychain.h"
 #include "vxcloud/platform/SecureStore.h"
 

@@ -6,7 +6,7 @@
 #include <nlohmann/json.hpp>
 #include <thread>
 
-#include "ModelTestSupport.h"
+#include "support/TempFolder.h"
 #include "vxcloud/model/VXCloudUserDefaults.h"
 #include "vxcloud/model/VXCloudWebDAVAccount.h"
 #include "vxcloud/platform/PreferencesStore.h"

@@ -14,39 +14,12 @@
 #include <string>
 #include <vector>
 
+#include "support/TempFolder.h"
 #include "vxcloud/platform/Log.h"
 
 namespace vxcloud::testutil {
 
-class TempFolder {
-public:
-    explicit TempFolder(const std::filesystem::path& base = std::filesystem::temp_directory_path()) {
-        std::string pattern = (base / "vxcloud-test-XXXXXX").string();
-        if (::mkdtemp(pattern.data())) path_ = pattern;
-    }
-    ~TempFolder() {
-        std::error_code ignored;
-        if (!path_.empty()) std::filesystem::remove_all(path_, ignored);
-    }
-    TempFolder(const TempFolder&) = delete;
-    TempFolder& operator=(const TempFolder&) = delete;
-
-    const std::string& path() const { return path_; }
-    std::string operator/(const std::string& name) const { return path_ + "/" + name; }
-
-    // Names in the folder (not recursive), sorted.
-    std::vector<std::string> names() const {
-        std::vector<std::string> out;
-        for (const auto& entry : std::filesystem::directory_iterator(path_)) {
-            out.push_back(entry.path().filename().string());
-        }
-        std::sort(out.begin(), out.end());
-        return out;
-    }
-
-private:
-    std::string path_;
-};
+using testing::TempFolder;
 
 // For tests of locking rather than of the disk: a memory-backed folder when there is
 // one, so a thousand fsyncs do not make the test wait on a busy disk.

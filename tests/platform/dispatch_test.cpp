@@ -9,6 +9,7 @@
 #include <thread>
 #include <vector>
 
+#include "support/Waiting.h"
 #include "vxcloud/platform/Dispatch.h"
 
 using namespace std::chrono_literals;
@@ -17,20 +18,10 @@ using vxcloud::DispatchGroup;
 using vxcloud::DispatchQueue;
 using vxcloud::MainQueue;
 using vxcloud::SerialQueue;
+using vxcloud::testing::kPatience;
+using vxcloud::testing::waitUntil;
 
 namespace {
-
-constexpr auto kPatience = 20s;
-
-template <typename Pred>
-bool eventually(Pred pred, std::chrono::milliseconds timeout = kPatience) {
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
-    while (!pred()) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
-        std::this_thread::sleep_for(1ms);
-    }
-    return true;
-}
 
 void updateMax(std::atomic<int>& max, int value) {
     int seen = max.load();
@@ -67,7 +58,7 @@ TEST(DispatchQueueTest, LabelsAndCurrentQueue) {
     serial.reset();
     EXPECT_FALSE(weak.expired());
     gate.set_value();
-    EXPECT_TRUE(eventually([&] { return ran.load() && weak.expired(); }));
+    EXPECT_TRUE(waitUntil([&] { return ran.load() && weak.expired(); }));
 }
 
 TEST(DispatchQueueTest, ThrowingBlockDoesNotStopTheQueue) {
@@ -199,7 +190,7 @@ TEST(DispatchConcurrency, GroupNotifiesOnceAfterLastLeave) {
     EXPECT_TRUE(group.wait(kPatience));
     EXPECT_EQ(work.load(), 50);
     EXPECT_EQ(group.count(), 0);
-    EXPECT_TRUE(eventually([&] { return notified.load() == 1; }));
+    EXPECT_TRUE(waitUntil([&] { return notified.load() == 1; }));
     EXPECT_EQ(notifyRanOn.load(), target.get());
 
     // A notify registered on an empty group runs at once (on its queue) and only once.
@@ -215,7 +206,7 @@ TEST(DispatchConcurrency, GroupNotifiesOnceAfterLastLeave) {
     group.notify(target, [&] { ++second; });
     std::thread leaver([&] { group.leave(); });
     leaver.join();
-    EXPECT_TRUE(eventually([&] { return second.load() == 1; }));
+    EXPECT_TRUE(waitUntil([&] { return second.load() == 1; }));
     target->sync([] {});
     EXPECT_EQ(notified.load(), 1);
 }
@@ -251,7 +242,7 @@ TEST(DispatchConcurrency, PoolGrowsWhenBlocksWaitOnOtherBlocks) {
             shared.wait();
         });
     }
-    EXPECT_TRUE(eventually([&] { return waiting.load() == kOuter; }));
+    EXPECT_TRUE(waitUntil([&] { return waiting.load() == kOuter; }));
     gate.set_value();
     EXPECT_TRUE(blocked.wait(kPatience));
 }

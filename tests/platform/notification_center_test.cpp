@@ -10,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+#include "support/Waiting.h"
 #include "vxcloud/platform/Dispatch.h"
 #include "vxcloud/platform/NotificationCenter.h"
 
@@ -19,22 +20,8 @@ using vxcloud::Json;
 using vxcloud::Notification;
 using vxcloud::NotificationCenter;
 using vxcloud::SerialQueue;
-
-namespace {
-
-constexpr auto kPatience = 20s;
-
-template <typename Pred>
-bool eventually(Pred pred, std::chrono::milliseconds timeout = kPatience) {
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
-    while (!pred()) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
-        std::this_thread::sleep_for(1ms);
-    }
-    return true;
-}
-
-}  // namespace
+using vxcloud::testing::kPatience;
+using vxcloud::testing::waitUntil;
 
 TEST(NotificationCenterTest, SynchronousDeliveryByNameAndRemoval) {
     EXPECT_EQ(&NotificationCenter::defaultCenter(), &NotificationCenter::defaultCenter());
@@ -110,7 +97,7 @@ TEST(NotificationCenterConcurrency, DeliversOnTheRequestedQueue) {
         });
     }
     for (auto& t : posters) t.join();
-    EXPECT_TRUE(eventually([&] { return calls.load() == 200; }));
+    EXPECT_TRUE(waitUntil([&] { return calls.load() == 200; }));
     EXPECT_EQ(wrongQueue.load(), 0);
     center.removeObserver(token);
 
@@ -144,7 +131,7 @@ TEST(NotificationCenterConcurrency, RemovalWaitsForTheRunningHandler) {
     });
 
     center.post("Slow", nullptr);
-    ASSERT_TRUE(eventually([&] { return entered.load(); }));
+    ASSERT_TRUE(waitUntil([&] { return entered.load(); }));
     std::atomic<bool> removeReturned{false};
     std::atomic<bool> handlerDoneBeforeReturn{false};
     std::thread remover([&] {
@@ -185,7 +172,7 @@ TEST(NotificationCenterConcurrency, NoCallAfterRemovalReturnsUnderLoad) {
             for (int i = 0; i < 2000 && !stop.load(); ++i) center.post("Load", nullptr);
         });
     }
-    EXPECT_TRUE(eventually([&] { return calls.load() >= 50; }));
+    EXPECT_TRUE(waitUntil([&] { return calls.load() >= 50; }));
     center.removeObserver(onPoster);
     center.removeObserver(onQueue);
     removalReturned = true;

@@ -11,26 +11,16 @@
 #include <utility>
 #include <vector>
 
+#include "support/Waiting.h"
 #include "vxcloud/platform/OperationQueue.h"
 
 using namespace std::chrono_literals;
 using vxcloud::BlockOperation;
 using vxcloud::Operation;
 using vxcloud::OperationQueue;
+using vxcloud::testing::waitUntil;
 
 namespace {
-
-constexpr auto kPatience = 20s;
-
-template <typename Pred>
-bool eventually(Pred pred, std::chrono::milliseconds timeout = kPatience) {
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
-    while (!pred()) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
-        std::this_thread::sleep_for(1ms);
-    }
-    return true;
-}
 
 // Records which operations have started, in start order.
 class StartLog {
@@ -153,7 +143,7 @@ TEST(OperationQueueConcurrency, AsynchronousOperationsHoldTheirSlotsUntilFinishe
         ops.push_back(std::make_shared<ManualOperation>(i, log, /*finishInsideStart=*/i == 5));
         queue.addOperation(ops.back());
     }
-    ASSERT_TRUE(eventually([&] { return log.ids().size() >= 4; }));
+    ASSERT_TRUE(waitUntil([&] { return log.ids().size() >= 4; }));
     // start() has returned for all four, yet none of them gave its slot back.
     std::this_thread::sleep_for(50ms);
     // The first four start side by side, so their start() calls may interleave.
@@ -165,12 +155,12 @@ TEST(OperationQueueConcurrency, AsynchronousOperationsHoldTheirSlotsUntilFinishe
     EXPECT_TRUE(ops[0]->isExecuting());
 
     finishElsewhere(ops[0]);
-    ASSERT_TRUE(eventually([&] { return log.ids().size() == 5; }));
+    ASSERT_TRUE(waitUntil([&] { return log.ids().size() == 5; }));
     EXPECT_EQ(log.ids().back(), 4);
 
     // The early failure frees its slot as soon as it has started.
     finishElsewhere(ops[2]);
-    ASSERT_TRUE(eventually([&] { return log.ids().size() == 6 && queue.operationCount() == 3; }));
+    ASSERT_TRUE(waitUntil([&] { return log.ids().size() == 6 && queue.operationCount() == 3; }));
     EXPECT_EQ(log.ids().back(), 5);
     EXPECT_EQ(queue.executingCount(), 3u);
 
@@ -181,7 +171,7 @@ TEST(OperationQueueConcurrency, AsynchronousOperationsHoldTheirSlotsUntilFinishe
     std::thread([weakOne] {
         if (auto op = weakOne.lock()) op->finish();
     }).join();
-    EXPECT_TRUE(eventually([&] { return weakOne.expired(); }));
+    EXPECT_TRUE(waitUntil([&] { return weakOne.expired(); }));
     EXPECT_EQ(queue.operationCount(), 2u);
 
     finishElsewhere(ops[3]);
@@ -198,10 +188,10 @@ TEST(OperationQueueConcurrency, RaisingTheLimitStartsWaitingOperations) {
         ops.push_back(std::make_shared<ManualOperation>(i, log));
         queue.addOperation(ops.back());
     }
-    ASSERT_TRUE(eventually([&] { return log.ids().size() == 1; }));
+    ASSERT_TRUE(waitUntil([&] { return log.ids().size() == 1; }));
     queue.setMaxConcurrentOperationCount(3);
     EXPECT_EQ(queue.maxConcurrentOperationCount(), 3u);
-    ASSERT_TRUE(eventually([&] { return log.ids().size() == 3; }));
+    ASSERT_TRUE(waitUntil([&] { return log.ids().size() == 3; }));
 
     std::atomic<bool> waited{false};
     std::thread waiter([&] {

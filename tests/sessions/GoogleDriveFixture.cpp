@@ -3,6 +3,7 @@
 #include <chrono>
 #include <nlohmann/json.hpp>
 
+#include "support/SandboxSupport.h"
 #include "vxcloud/auth/VXCloudTokenStore.h"
 #include "vxcloud/model/VXCloudUserDefaults.h"
 #include "vxcloud/platform/Http.h"
@@ -24,21 +25,6 @@ std::string enc(const std::string& text) { return HttpClient::urlEncode(text); }
 Json parse(const httplib::Result& result) {
     if (!result) return Json();
     return Json::parse(result->body, nullptr, false);
-}
-
-// The value of one query parameter of a URL.
-std::string queryParam(const std::string& url, const std::string& name) {
-    const auto query = url.find('?');
-    if (query == std::string::npos) return {};
-    std::size_t pos = query + 1;
-    while (pos < url.size()) {
-        std::size_t end = url.find('&', pos);
-        if (end == std::string::npos) end = url.size();
-        const std::string pair = url.substr(pos, end - pos);
-        if (pair.rfind(name + "=", 0) == 0) return HttpClient::urlDecode(pair.substr(name.size() + 1));
-        pos = end + 1;
-    }
-    return {};
 }
 
 }  // namespace

@@ -3,9 +3,6 @@
 #include <nlohmann/json.hpp>
 #include <thread>
 
-#include "vxcloud/platform/PreferencesStore.h"
-#include "vxcloud/platform/SecureStore.h"
-
 namespace vxcloud::testing {
 
 std::string describe(const SessionEvent& event) {
@@ -107,50 +104,6 @@ void RecordingDelegate::clear() {
     std::lock_guard lock(mutex_);
     events_.clear();
     progress_.clear();
-}
-
-IsolatedStores::IsolatedStores() {
-    SecureStore::setShared(SecureStore::openFile(temp_.file("secure-store.json")));
-    PreferencesStore::setStandardPath(temp_.file("preferences.json"));
-}
-
-IsolatedStores::~IsolatedStores() {
-    // Leave a store behind that never reaches the person's keyring.
-    SecureStore::setShared(SecureStore::openFile(temp_.file("secure-store.json")));
-}
-
-namespace {
-
-class Retirer {
-public:
-    ~Retirer() {
-        std::lock_guard lock(mutex_);
-        for (auto& thread : threads_) thread.join();
-    }
-    void retire(std::shared_ptr<void> object) {
-        std::lock_guard lock(mutex_);
-        threads_.emplace_back([object = std::move(object)]() mutable { object.reset(); });
-    }
-
-private:
-    std::mutex mutex_;
-    std::vector<std::thread> threads_;
-};
-
-}  // namespace
-
-void retireInBackground(std::shared_ptr<void> object) {
-    static Retirer retirer;
-    retirer.retire(std::move(object));
-}
-
-bool waitUntil(const std::function<bool()>& condition, std::chrono::milliseconds timeout) {
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
-        std::this_thread::sleep_for(10ms);
-    }
-    return true;
 }
 
 std::string documentBytes(std::size_t size, unsigned seed) {

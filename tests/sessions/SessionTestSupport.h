@@ -13,7 +13,8 @@
 #include <utility>
 #include <vector>
 
-#include "model/ModelTestSupport.h"
+#include "support/IsolatedStores.h"
+#include "support/Waiting.h"
 #include "vxcloud/model/VXCloudAccount.h"
 #include "vxcloud/model/VXCloudError.h"
 #include "vxcloud/model/VXCloudFile.h"
@@ -108,24 +109,6 @@ private:
     std::condition_variable changed_;
     std::vector<std::tuple<Args...>> calls_;
 };
-
-// The secure store and the preferences file live in a temporary folder during a test.
-class IsolatedStores {
-public:
-    IsolatedStores();
-    ~IsolatedStores();
-    const std::string& folder() const { return temp_.path(); }
-
-private:
-    TempFolder temp_;
-};
-
-// Destroys the object on a background thread. A stopping emulator waits for its idle
-// keep-alive connections to time out; tests need not wait with it. Everything retired is
-// gone before the process exits.
-void retireInBackground(std::shared_ptr<void> object);
-
-bool waitUntil(const std::function<bool()>& condition, std::chrono::milliseconds timeout = 20s);
 
 // A document of `size` bytes that differs with `seed`.
 std::string documentBytes(std::size_t size, unsigned seed);
