@@ -6,24 +6,17 @@
 #include <optional>
 #include <string>
 
-#include "sessions/ProviderFixture.h"
-#include "sessions/SessionTestSupport.h"
+#include "sessions/SandboxFixture.h"
 #include "vxcloud/sessions/VXCloudDropboxSession.h"
-#include "vxcloud_sandbox/Sandbox.h"
 
 namespace vxcloud::testing {
 
-class DropboxFixture : public ProviderFixture {
+class DropboxFixture : public SandboxFixture {
 public:
     static constexpr std::chrono::milliseconds kTestPollInterval{50};
 
     DropboxFixture();
-    ~DropboxFixture() override;
 
-    bool setUp(std::string& error) override;
-    void tearDown() override;
-
-    std::shared_ptr<VXCloudAccount> account() override { return account_; }
     std::shared_ptr<VXCloudSession> makeSession() override { return makeDropboxSession(); }
     std::shared_ptr<VXCloudFile> makeFolder(const std::string& name,
                                             const std::shared_ptr<VXCloudFile>& parent = nullptr) override;
@@ -31,27 +24,16 @@ public:
     bool changeRemote(const VXCloudFile& folder, const std::string& name, const std::string& bytes) override;
     bool storeSettings(const VXCloudFile& folder) override;
 
-    // Stores a token for the sandbox account and the account itself (auto-upload on, any
-    // network, upload folder "/Scans"), as linking it would.
-    std::shared_ptr<VXCloudAccount> linkAccount(const sandbox::SandboxAccount& account, std::string& error);
-
     std::shared_ptr<VXCloudDropboxSession> makeDropboxSession(
         std::chrono::milliseconds movePollInterval = kTestPollInterval);
-    sandbox::Sandbox& sandbox() { return *sandbox_; }
-    const sandbox::SandboxAccount& sandboxAccount() const { return sandboxAccount_; }
     // The remote path of `name` in `folder`.
     static std::string pathIn(const VXCloudFile& folder, const std::string& name);
     // Lowers the sandbox's per-request upload limit and tells the client about it.
     void limitUploadRequests(std::int64_t bytes);
-    // Requests and body bytes the sandbox has seen on a route ("files/upload").
-    std::int64_t requests(const std::string& route) const;
-    std::int64_t bytesReceived(const std::string& route) const;
 
-private:
-    std::unique_ptr<IsolatedStores> stores_;
-    std::unique_ptr<sandbox::Sandbox> sandbox_;
-    sandbox::SandboxAccount sandboxAccount_;
-    std::shared_ptr<VXCloudAccount> account_;
+protected:
+    // Dropbox finds the upload folder by its path; the id is only recorded.
+    std::string uploadFolderId(const sandbox::SandboxAccount&, std::string&) override { return "id:scans"; }
 };
 
 // Both folders' records carry `id` and `path` as the folder picker stores them.

@@ -1,11 +1,8 @@
 #include "sessions/GoogleDriveFixture.h"
 
-#include <chrono>
 #include <nlohmann/json.hpp>
 
 #include "support/SandboxSupport.h"
-#include "vxcloud/auth/VXCloudTokenStore.h"
-#include "vxcloud/model/VXCloudUserDefaults.h"
 #include "vxcloud/platform/Http.h"
 #include "vxcloud/sessions/VXCloudServiceConfig.h"
 
@@ -14,11 +11,6 @@ namespace vxcloud::testing {
 namespace {
 
 constexpr const char* kDriveScope = "https://www.googleapis.com/auth/drive";
-
-std::int64_t nowSeconds() {
-    return std::chrono::duration_cast<std::chrono::seconds>(std::chrono::system_clock::now().time_since_epoch())
-        .count();
-}
 
 std::string enc(const std::string& text) { return HttpClient::urlEncode(text); }
 
@@ -29,11 +21,12 @@ Json parse(const httplib::Result& result) {
 
 }  // namespace
 
-GoogleDriveFixture::GoogleDriveFixture() = default;
-GoogleDriveFixture::~GoogleDriveFixture() { tearDown(); }
+GoogleDriveFixture::GoogleDriveFixture()
+    : SandboxFixture(
+          {VXCloudService::googleDrive, kProvider, "sandbox-client.apps.googleusercontent.com", kDriveScope}) {}
 
-std::unique_ptr<httplib::Client> GoogleDriveFixture::client() const {
-    auto c = std::make_unique<httplib::Client>("127.0.0.1", sandbox_->port());
+std::unique_ptr<httplib::Client> GoogleDriveFixture::client() {
+    auto c = std::make_unique<httplib::Client>("127.0.0.1", sandbox().port());
     c->set_connection_timeout(10, 0);
     c->set_read_timeout(20, 0);
     c->set_write_timeout(20, 0);
@@ -42,33 +35,12 @@ std::unique_ptr<httplib::Client> GoogleDriveFixture::client() const {
 
 httplib::Headers GoogleDriveFixture::auth() const { return {{"Authorization", "Bearer " + fixtureToken_}}; }
 
-bool GoogleDriveFixture::setUp(std::string& error) {
-    stores_ = std::make_unique<IsolatedStores>();
-    sandbox_ = std::make_unique<sandbox::Sandbox>();
-    if (!sandbox_->start(0, "127.0.0.1", &error)) return false;
-    sandboxAccount_ = sandbox_->account(kProvider);
-    if (sandboxAccount_.userId.empty()) {
-        error = "the sandbox has no Google account";
-        return false;
-    }
-
-    VXCloudServiceEndpoints endpoints;
-    endpoints.apiBase = sandbox_->endpoint(kProvider, "api");
-    endpoints.contentBase = sandbox_->endpoint(kProvider, "upload");
-    endpoints.authorizeUrl = sandbox_->endpoint(kProvider, "authorize");
-    endpoints.tokenUrl = sandbox_->endpoint(kProvider, "token");
-    endpoints.extra["revoke"] = sandbox_->endpoint(kProvider, "revoke");
-    endpoints.extra["userinfo"] = sandbox_->endpoint(kProvider, "userinfo");
-    VXCloudServiceConfig::setEndpoints(VXCloudService::googleDrive, endpoints);
-    VXCloudServiceConfig::setCredentials(VXCloudService::googleDrive, {"sandbox-client.apps.googleusercontent.com", std::nullopt});
-    VXCloudServiceConfig::setUploadLimits(VXCloudService::googleDrive, {});
-
-    // The fixture's own sign-in, approved at once.
+bool GoogleDriveFixture::prepare(std::string& error) {
     auto c = client();
     const std::string redirect = "http://127.0.0.1:9/fixture";
     auto authorized = c->Get("/google/o/oauth2/v2/auth?client_id=fixture&response_type=code&state=s&scope=" +
                              enc(kDriveScope) + "&redirect_uri=" + enc(redirect) +
-                             "&sandbox_auto_approve=1&sandbox_account=" + enc(sandboxAccount_.userId));
+                             "&sandbox_auto_approve=1&sandbox_account=" + enc(sandboxAccount().userId));
     const std::string code = authorized ? queryParam(authorized->get_header_value("Location"), "code") : "";
     if (code.empty()) {
         error = "the fixture's sign-in was not approved";
@@ -83,45 +55,20 @@ bool GoogleDriveFixture::setUp(std::string& error) {
         return false;
     }
     fixtureToken_ = token["access_token"].get<std::string>();
-
-    account_ = linkAccount(sandboxAccount_, error);
-    return account_ != nullptr;
+    return true;
 }
 
-std::shared_ptr<VXCloudAccount> GoogleDriveFixture::linkAccount(const sandbox::SandboxAccount& linked,
-                                                                std::string& error) {
-    VXCloudOAuthToken token;
-    token.accessToken = linked.accessToken;
-    token.refreshToken = linked.refreshToken;
-    token.expiresAt = nowSeconds() + 3600;
-    token.scope = kDriveScope;
-    auto account = std::make_shared<VXCloudAccount>(linked.userId, linked.email, VXCloudService::googleDrive);
-    if (!VXCloudTokenStore::save(VXCloudService::googleDrive, VXCloudGoogleDriveSession::storageName(*account), token)) {
-        error = "the authorisation could not be stored";
-        return nullptr;
-    }
-    const Json scans = sandbox_->putFolder(kProvider, "/Scans", linked.userId, &error);
-    if (!scans.is_object()) return nullptr;
-    account->shouldAutoUpload = true;
-    account->onlyWifiUpload = false;
-    account->uploadFolderInfo = Json{{VXCloudFile::kUploadFolderIdKey, scans["id"]},
-                                     {VXCloudFile::kUploadFolderNameKey, "Scans"},
-                                     {VXCloudFile::kUploadFolderPathKey, "/Scans"}};
-    if (!VXCloudUserDefaults::saveCloudAccount(*account)) {
-        error = "the account could not be stored";
-        return nullptr;
-    }
-    return account;
+std::string GoogleDriveFixture::storageName(const VXCloudAccount& account) const {
+    return VXCloudGoogleDriveSession::storageName(account);
 }
 
-void GoogleDriveFixture::tearDown() {
-    if (sandbox_) retireInBackground(std::shared_ptr<sandbox::Sandbox>(std::move(sandbox_)));
-    VXCloudServiceConfig::reset(VXCloudService::googleDrive);
-    stores_.reset();
+std::string GoogleDriveFixture::uploadFolderId(const sandbox::SandboxAccount& account, std::string& error) {
+    const Json scans = sandbox().putFolder(kProvider, "/Scans", account.userId, &error);
+    return scans.is_object() && scans.contains("id") ? scans["id"].get<std::string>() : std::string();
 }
 
 std::shared_ptr<VXCloudGoogleDriveSession> GoogleDriveFixture::makeDriveSession() {
-    return VXCloudGoogleDriveSession::initWithCloudAccount(account_);
+    return VXCloudGoogleDriveSession::initWithCloudAccount(account());
 }
 
 std::shared_ptr<VXCloudFile> GoogleDriveFixture::makeFolder(const std::string& name,
@@ -200,15 +147,6 @@ bool GoogleDriveFixture::storeSettings(const VXCloudFile& folder) {
     const Json existing = liveFiles("root", VXCloudGoogleDriveSession::kSettingsFileName);
     if (!existing.empty()) return replaceContent(existing[0]["id"].get<std::string>(), settings.dump());
     return !createFile("root", VXCloudGoogleDriveSession::kSettingsFileName, settings.dump()).empty();
-}
-
-bool GoogleDriveFixture::fault(const std::string& route, const std::string& desc, int times) {
-    const auto parsed = sandbox::FaultSpec::parse(desc);
-    return parsed && sandbox_->enqueueFault(std::string(kProvider) + "/" + route, *parsed, times);
-}
-
-sandbox::RouteStats GoogleDriveFixture::stats(const std::string& route) const {
-    return sandbox_->stats(std::string(kProvider) + "/" + route);
 }
 
 void GoogleDriveFixture::limitUploads(std::int64_t multipartLimit, std::int64_t chunkBytes) {

@@ -9,24 +9,17 @@
 #include <optional>
 #include <string>
 
-#include "sessions/ProviderFixture.h"
-#include "sessions/SessionTestSupport.h"
+#include "sessions/SandboxFixture.h"
 #include "vxcloud/sessions/VXCloudGoogleDriveSession.h"
-#include "vxcloud_sandbox/Sandbox.h"
 
 namespace vxcloud::testing {
 
-class GoogleDriveFixture : public ProviderFixture {
+class GoogleDriveFixture : public SandboxFixture {
 public:
     static constexpr const char* kProvider = "google";
 
     GoogleDriveFixture();
-    ~GoogleDriveFixture() override;
 
-    bool setUp(std::string& error) override;
-    void tearDown() override;
-
-    std::shared_ptr<VXCloudAccount> account() override { return account_; }
     std::shared_ptr<VXCloudSession> makeSession() override { return makeDriveSession(); }
     std::shared_ptr<VXCloudFile> makeFolder(const std::string& name,
                                             const std::shared_ptr<VXCloudFile>& parent = nullptr) override;
@@ -35,12 +28,7 @@ public:
     bool storeSettings(const VXCloudFile& folder) override;
     bool keepsSameNamedDocuments() const override { return true; }
 
-    // Stores the account's authorisation and the account itself (auto-upload on, any
-    // network, upload folder "Scans" in the top folder, made here), as linking it would.
-    std::shared_ptr<VXCloudAccount> linkAccount(const sandbox::SandboxAccount& account, std::string& error);
     std::shared_ptr<VXCloudGoogleDriveSession> makeDriveSession();
-    sandbox::Sandbox& sandbox() { return *sandbox_; }
-    const sandbox::SandboxAccount& sandboxAccount() const { return sandboxAccount_; }
 
     // Drive's own answers, with the fixture's token. `folderId` may be "root".
     // The live (not trashed) files named `name` in the folder: [{id, name, md5Checksum}].
@@ -53,20 +41,20 @@ public:
     bool trash(const std::string& id);
     bool replaceContent(const std::string& id, const std::string& bytes);
 
-    // Queues a fault on a route ("files/update", "upload/create", "oauth2/token", ...).
-    bool fault(const std::string& route, const std::string& spec, int times = 1);
-    sandbox::RouteStats stats(const std::string& route) const;
     // Lowers the multipart limit and the chunk size of the component's Drive client.
     void limitUploads(std::int64_t multipartLimit, std::int64_t chunkBytes);
 
+protected:
+    // The fixture's own sign-in, approved at once.
+    bool prepare(std::string& error) override;
+    std::string storageName(const VXCloudAccount& account) const override;
+    // Drive finds the upload folder by its id: "Scans" is made in the top folder.
+    std::string uploadFolderId(const sandbox::SandboxAccount& account, std::string& error) override;
+
 private:
     httplib::Headers auth() const;
-    std::unique_ptr<httplib::Client> client() const;
+    std::unique_ptr<httplib::Client> client();
 
-    std::unique_ptr<IsolatedStores> stores_;
-    std::unique_ptr<sandbox::Sandbox> sandbox_;
-    sandbox::SandboxAccount sandboxAccount_;
-    std::shared_ptr<VXCloudAccount> account_;
     std::string fixtureToken_;
 };
 

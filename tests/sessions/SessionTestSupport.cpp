@@ -1,17 +1,32 @@
 #include "sessions/SessionTestSupport.h"
 
+#include <cctype>
 #include <nlohmann/json.hpp>
 #include <thread>
 
 namespace vxcloud::testing {
 
-std::string describe(const SessionEvent& event) {
+namespace {
+
+const char* kindName(SessionEvent::Kind kind) {
     static const char* const names[] = {"didLoadFolders", "loadFoldersFailed", "didUpload", "uploadFailed",
                                         "didRename",      "renameFailed",      "didMove"};
-    std::string text = names[static_cast<int>(event.kind)];
+    return names[static_cast<int>(kind)];
+}
+
+}  // namespace
+
+std::string describe(const SessionEvent& event) {
+    std::string text = kindName(event.kind);
     if (event.error) text += " (" + event.error->getErrorCode() + ")";
     if (event.file) text += " file \"" + event.file->name + "\"";
     return text;
+}
+
+::testing::AssertionResult failedWith(const SessionEvent& event, SessionEvent::Kind kind, ErrorCode code) {
+    if (event.kind == kind && event.code() == code) return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << "expected " << kindName(kind) << " (" << VXCloudError::rawValue(code) << "), got "
+                                         << describe(event);
 }
 
 void RecordingDelegate::record(SessionEvent event) {
@@ -104,6 +119,11 @@ void RecordingDelegate::clear() {
     std::lock_guard lock(mutex_);
     events_.clear();
     progress_.clear();
+}
+
+std::string upperCase(std::string text) {
+    for (char& c : text) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    return text;
 }
 
 std::string documentBytes(std::size_t size, unsigned seed) {

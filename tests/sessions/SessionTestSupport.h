@@ -1,6 +1,6 @@
 #pragma once
-// What the session tests share: a delegate that records every callback, and stores kept in
-// a temporary folder for the length of one test.
+// What the session tests share: a delegate that records every callback, a driver that runs
+// a session's operations to their outcomes, and the documents they send.
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -9,14 +9,17 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
-#include "support/IsolatedStores.h"
+#include "support/TempFolder.h"
 #include "support/Waiting.h"
 #include "vxcloud/model/VXCloudAccount.h"
 #include "vxcloud/model/VXCloudError.h"
+#include "vxcloud/model/PlatformError.h"
 #include "vxcloud/model/VXCloudFile.h"
 #include "vxcloud/sessions/VXCloudSession.h"
 
@@ -38,6 +41,10 @@ struct SessionEvent {
 };
 
 std::string describe(const SessionEvent& event);
+
+// Whether the outcome is a failure of that kind with that error code; told with the
+// outcome that came instead.
+::testing::AssertionResult failedWith(const SessionEvent& event, SessionEvent::Kind kind, ErrorCode code);
 
 // Records outcome callbacks and progress reports, from whatever thread they arrive on.
 class RecordingDelegate : public VXCloudSessionDelegate, public VXCloudProgressDelegate {
@@ -103,12 +110,86 @@ public:
         std::lock_guard lock(mutex_);
         return calls_.front();
     }
+    // The first answer; empty values, and a test failure naming `what`, when none comes.
+    std::tuple<Args...> answer(const std::string& what, std::chrono::milliseconds timeout = 20s) {
+        if (wait(timeout)) return first();
+        ADD_FAILURE() << "no answer to " << what;
+        return {};
+    }
 
 private:
     std::mutex mutex_;
     std::condition_variable changed_;
     std::vector<std::tuple<Args...>> calls_;
 };
+
+// Runs a session's operations one at a time, each to its single outcome, through one
+// recording delegate that stays with the test across the sessions it makes.
+template <typename Session = VXCloudSession>
+class SessionDriver {
+public:
+    using Settings = std::tuple<std::shared_ptr<VXCloudFile>, std::shared_ptr<VXCloudError>>;
+    using Unlinked = std::tuple<std::shared_ptr<VXCloudAccount>, std::optional<PlatformError>>;
+
+    // Drives `session` from now on; false when there is none.
+    bool drive(std::shared_ptr<Session> session) {
+        session_ = std::move(session);
+        if (!session_) return false;
+        session_->setCloudSessionDelegate(delegate_);
+        session_->setCloudSessionProgressDelegate(delegate_);
+        return true;
+    }
+
+    SessionEvent upload(const std::shared_ptr<VXCloudFile>& file, const std::shared_ptr<VXCloudFile>& parent,
+                        bool overwrite) {
+        return outcome([&] { session_->uploadWithCloudFile(file, parent, overwrite); });
+    }
+    // Without a block the host has no PDF to give.
+    SessionEvent rename(const std::shared_ptr<VXCloudFile>& file, const std::string& newName,
+                        const std::shared_ptr<VXCloudFile>& parent, bool overwrite = false,
+                        CreatePDFBlock block = {}) {
+        if (!block) block = [] { return std::nullopt; };
+        return outcome([&] { session_->renameWithCloudFile(file, newName, parent, overwrite, block); });
+    }
+    SessionEvent move(const VXCloudFileList& files, const std::shared_ptr<VXCloudFile>& from,
+                      const std::shared_ptr<VXCloudFile>& to) {
+        return outcome([&] { session_->moveWithCloudFiles(files, from, to); });
+    }
+    SessionEvent loadFolders(const std::shared_ptr<VXCloudFile>& folder) {
+        return outcome([&] { session_->loadFoldersInFolder(folder); });
+    }
+    // The answers of the completion-handler operations; empty values, and a test failure,
+    // when none comes.
+    Settings settings() {
+        CompletionProbe<std::shared_ptr<VXCloudFile>, std::shared_ptr<VXCloudError>> probe;
+        session_->downloadSettingsFileWithCompletionHandler(probe.handler());
+        return probe.answer("the settings download");
+    }
+    bool isAuthorized() {
+        CompletionProbe<bool> probe;
+        session_->isAuthorizedWithCompletion(probe.handler());
+        return std::get<0>(probe.answer("isAuthorized"));
+    }
+    Unlinked removeAuthorization() {
+        CompletionProbe<std::shared_ptr<VXCloudAccount>, std::optional<PlatformError>> probe;
+        session_->removeAuthorizationWithCompletion(probe.handler());
+        return probe.answer("removeAuthorization");
+    }
+
+protected:
+    // Starts one operation with the delegate's record cleared and waits for its outcome.
+    SessionEvent outcome(const std::function<void()>& start) {
+        delegate_->clear();
+        start();
+        return delegate_->expectOneOutcome();
+    }
+
+    std::shared_ptr<Session> session_;
+    std::shared_ptr<RecordingDelegate> delegate_ = std::make_shared<RecordingDelegate>();
+};
+
+// The text with ASCII letters in upper case (hashes compare ignoring letter case).
+std::string upperCase(std::string text);
 
 // A document of `size` bytes that differs with `seed`.
 std::string documentBytes(std::size_t size, unsigned seed);

@@ -16,17 +16,13 @@
 namespace vxcloud::testing {
 namespace {
 
-class SessionContract : public ::testing::TestWithParam<ProviderCase> {
+class SessionContract : public ::testing::TestWithParam<ProviderCase>, public SessionDriver<> {
 protected:
     void SetUp() override {
         fixture_ = GetParam().make();
         std::string error;
         ASSERT_TRUE(fixture_->setUp(error)) << error;
-        session_ = fixture_->makeSession();
-        ASSERT_NE(session_, nullptr);
-        delegate_ = std::make_shared<RecordingDelegate>();
-        session_->setCloudSessionDelegate(delegate_);
-        session_->setCloudSessionProgressDelegate(delegate_);
+        ASSERT_TRUE(drive(fixture_->makeSession()));
     }
     void TearDown() override {
         session_.reset();
@@ -49,17 +45,16 @@ protected:
     // Runs one operation: exactly one outcome, or none at all where the provider declares
     // the operation silent.
     std::optional<SessionEvent> outcomeOf(Operation operation, const std::function<void()>& start) {
+        if (!fixture_->expectsSilence(operation)) return outcome(start);
         delegate_->clear();
         start();
-        if (fixture_->expectsSilence(operation)) {
-            EXPECT_FALSE(delegate_->waitForEvents(1, 1500ms)) << "declared silent, but called back";
-            return std::nullopt;
-        }
-        return delegate_->expectOneOutcome();
+        EXPECT_FALSE(delegate_->waitForEvents(1, 1500ms)) << "declared silent, but called back";
+        return std::nullopt;
     }
 
-    std::shared_ptr<VXCloudFile> upload(const std::shared_ptr<VXCloudFile>& file,
-                                        const std::shared_ptr<VXCloudFile>& folder, bool overwrite) {
+    // The record a successful upload handed back; nothing where uploads are silent.
+    std::shared_ptr<VXCloudFile> uploaded(const std::shared_ptr<VXCloudFile>& file,
+                                          const std::shared_ptr<VXCloudFile>& folder, bool overwrite) {
         auto event = outcomeOf(Operation::upload, [&] { session_->uploadWithCloudFile(file, folder, overwrite); });
         if (!event) return nullptr;
         EXPECT_EQ(event->kind, SessionEvent::Kind::didUpload) << describe(*event);
@@ -71,8 +66,8 @@ protected:
     // operation under test is still run and its own silence checked.
     std::shared_ptr<VXCloudFile> storeDocument(const std::string& name, const std::string& bytes,
                                                const std::shared_ptr<VXCloudFile>& folder) {
-        auto uploaded = upload(document(name, bytes), folder, false);
-        if (uploaded) return storedDocument(*uploaded, bytes);
+        auto stored = uploaded(document(name, bytes), folder, false);
+        if (stored) return storedDocument(*stored, bytes);
         if (fixture_->expectsSilence(Operation::upload)) {
             return makeStoredDocument(*fixture_->account(), name, std::nullopt, bytes, fingerprint(bytes));
         }
@@ -81,8 +76,6 @@ protected:
     }
 
     std::unique_ptr<ProviderFixture> fixture_;
-    std::shared_ptr<VXCloudSession> session_;
-    std::shared_ptr<RecordingDelegate> delegate_;
 };
 
 TEST_P(SessionContract, UploadReturnsTheCallersRecordWithNameVersionAndProgress) {
@@ -135,7 +128,7 @@ TEST_P(SessionContract, SameNamedDocumentIsReplacedOnlyWhenOverwriting) {
 
     auto replacing = document("clash.pdf", second);
     if (fixture_->keepsSameNamedDocuments()) replacing->localVersion = fingerprint(second);
-    auto stored = upload(replacing, folder, true);
+    auto stored = uploaded(replacing, folder, true);
     if (!stored) return;
     EXPECT_EQ(stored, replacing);
     EXPECT_TRUE(sameBytes(fixture_->remoteContent(*folder, "clash.pdf"), second));
@@ -146,7 +139,7 @@ TEST_P(SessionContract, UnchangedDocumentUploadedBeforeSucceedsAgain) {
     const std::string bytes = documentBytes(8192, 4);
     auto again = storeDocument("again.pdf", bytes, folder);
     ASSERT_NE(again, nullptr);
-    auto stored = upload(again, folder, false);
+    auto stored = uploaded(again, folder, false);
     if (!stored) return;
     EXPECT_EQ(stored, again);
     EXPECT_EQ(again->name, "again.pdf");
@@ -177,7 +170,7 @@ TEST_P(SessionContract, RemoteChangeIsAConflictUnlessOverwriting) {
     if (silent) return;
 
     auto forced = storedDocument(*first, local);
-    if (!upload(forced, folder, true)) return;
+    if (!uploaded(forced, folder, true)) return;
     EXPECT_TRUE(sameBytes(fixture_->remoteContent(*folder, "changed.pdf"), local));
 }
 

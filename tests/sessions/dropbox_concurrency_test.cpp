@@ -6,20 +6,12 @@
 
 #include "../../src/providers/oauth/TokenProvider.h"
 #include "sessions/DropboxFixture.h"
-#include "sessions/SessionTestSupport.h"
 #include "vxcloud/auth/VXCloudTokenStore.h"
 
 namespace vxcloud::testing {
 namespace {
 
-class DropboxTokenConcurrency : public ::testing::Test {
-protected:
-    void SetUp() override {
-        std::string error;
-        ASSERT_TRUE(fx_.setUp(error)) << error;
-    }
-    DropboxFixture fx_;
-};
+class DropboxTokenConcurrency : public SandboxTest<DropboxFixture> {};
 
 TEST_F(DropboxTokenConcurrency, RejectedTokenIsRefreshedOnceForAllCallers) {
     ASSERT_EQ(fx_.sandbox().expireAccessTokens("dropbox", fx_.sandboxAccount().userId), 1);

@@ -2,48 +2,19 @@
 // Dropbox accounts on the sandbox, ending in the one status notification.
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <mutex>
-#include <set>
 #include <nlohmann/json.hpp>
+#include <set>
 
 #include "sessions/DropboxFixture.h"
-#include "sessions/SessionTestSupport.h"
-#include "vxcloud/engine/VXCloudTaskManager.h"
-#include "vxcloud/model/VXCloudConstants.h"
+#include "sessions/HostUpload.h"
 #include "vxcloud/model/VXCloudFileHasher.h"
-#include "vxcloud/platform/Dispatch.h"
-#include "vxcloud/platform/NotificationCenter.h"
-#include "vxcloud/platform/Reachability.h"
 
 namespace vxcloud::testing {
 namespace {
 
-class DropboxThroughTheEngine : public ::testing::Test {
+class DropboxThroughTheEngine : public SandboxTest<DropboxFixture> {
 protected:
-    void SetUp() override {
-        std::string error;
-        ASSERT_TRUE(fx_.setUp(error)) << error;
-        Reachability::setOverride(NetworkPath::wifi);
-        observer_ = NotificationCenter::defaultCenter().addObserver(
-            VXCloudUploadStatusNotification, nullptr, [this](const Notification& notification) {
-                std::lock_guard lock(mutex_);
-                received_.push_back(notification.userInfo.value_or_null());
-            });
-    }
-    void TearDown() override {
-        NotificationCenter::defaultCenter().removeObserver(observer_);
-        Reachability::setOverride(std::nullopt);
-    }
-    std::size_t receivedCount() {
-        std::lock_guard lock(mutex_);
-        return received_.size();
-    }
-
-    DropboxFixture fx_;
-    NotificationCenter::ObserverToken observer_;
-    std::mutex mutex_;
-    std::vector<Json> received_;
+    HostUpload host_;
 };
 
 TEST_F(DropboxThroughTheEngine, OneDocumentToTwoAccountsEndsInOneNotification) {
@@ -57,22 +28,12 @@ TEST_F(DropboxThroughTheEngine, OneDocumentToTwoAccountsEndsInOneNotification) {
     // The upload folder was chosen in the folder picker, so it exists at both accounts.
     for (const auto& person : people) fx_.sandbox().putFolder("dropbox", "/Scans", person.userId);
 
-    TempFolder temp;
     const std::string pdf = documentBytes(200 * 1024, 42);
-    const std::string pdfPath = temp.file("scan.pdf");
-    std::ofstream(pdfPath, std::ios::binary) << pdf;
-
-    const Json pending = VXCloudTaskManager::sharedInstance()->uploadWithFilename(
-        "scan.pdf", pdfPath, JsonBox(), false, Json("document-1"), accounts, true);
+    const Json pending = host_.start("scan.pdf", pdf, Json("document-1"), accounts);
     ASSERT_TRUE(pending.is_array());
     EXPECT_EQ(pending.size(), 2u);
 
-    auto main = DispatchQueue::main();
-    ASSERT_TRUE(main->runUntil([&] { return receivedCount() >= 1; }, 30s)) << "no status notification";
-    main->runUntil([] { return false; }, 300ms);  // a second one would be right behind
-    ASSERT_EQ(receivedCount(), 1u);
-
-    const Json& info = received_.front();
+    const Json info = host_.expectOneNotification();
     ASSERT_TRUE(info.contains("uploadStatus")) << info.dump();
     const Json& status = info["uploadStatus"];
     EXPECT_EQ(status["fileIdentifier"], "document-1");

@@ -8,7 +8,6 @@
 #include <thread>
 
 #include "sessions/DropboxFixture.h"
-#include "sessions/SessionTestSupport.h"
 #include "vxcloud/auth/VXCloudTokenStore.h"
 #include "vxcloud/model/VXCloudFileHasher.h"
 #include "vxcloud/model/VXCloudUserDefaults.h"
@@ -22,70 +21,11 @@ std::string contentHash(const std::string& bytes) {
     return VXCloudFileHasher::dropboxHash(ByteBuffer::copyOf(bytes)).value_or("");
 }
 
-std::string upper(std::string text) {
-    for (char& c : text) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    return text;
-}
-
-class DropboxSession : public ::testing::Test {
+class DropboxSession : public SessionTest<DropboxFixture, VXCloudDropboxSession> {
 protected:
-    void SetUp() override {
-        std::string error;
-        ASSERT_TRUE(fx_.setUp(error)) << error;
-        session_ = fx_.makeDropboxSession();
-        ASSERT_NE(session_, nullptr);
-        delegate_ = std::make_shared<RecordingDelegate>();
-        session_->setCloudSessionDelegate(delegate_);
-        session_->setCloudSessionProgressDelegate(delegate_);
-    }
-
-    void fault(const std::string& route, const std::string& desc, int times = 1) {
-        auto parsed = sandbox::FaultSpec::parse(desc);
-        ASSERT_TRUE(parsed) << desc;
-        ASSERT_TRUE(fx_.sandbox().enqueueFault("dropbox/" + route, *parsed, times));
-    }
-
-    SessionEvent upload(const std::shared_ptr<VXCloudFile>& file, const std::shared_ptr<VXCloudFile>& parent,
-                        bool overwrite) {
-        delegate_->clear();
-        session_->uploadWithCloudFile(file, parent, overwrite);
-        return delegate_->expectOneOutcome();
-    }
-    // Uploads a new document and returns the record of what is stored.
-    std::shared_ptr<VXCloudFile> stored(const std::string& name, const std::string& bytes,
-                                        const std::shared_ptr<VXCloudFile>& parent) {
-        auto event = upload(makeDocument(name, bytes), parent, false);
-        EXPECT_EQ(event.kind, Kind::didUpload) << describe(event);
-        return makeStoredDocument(*fx_.account(), name, contentHash(bytes), bytes, contentHash(bytes));
-    }
-    SessionEvent rename(const std::shared_ptr<VXCloudFile>& file, const std::string& newName,
-                        const std::shared_ptr<VXCloudFile>& parent, bool overwrite, CreatePDFBlock block = {}) {
-        delegate_->clear();
-        if (!block) block = [] { return std::nullopt; };
-        session_->renameWithCloudFile(file, newName, parent, overwrite, block);
-        return delegate_->expectOneOutcome();
-    }
-    SessionEvent move(const VXCloudFileList& files, const std::shared_ptr<VXCloudFile>& from,
-                      const std::shared_ptr<VXCloudFile>& to) {
-        delegate_->clear();
-        session_->moveWithCloudFiles(files, from, to);
-        return delegate_->expectOneOutcome();
-    }
-    std::pair<std::shared_ptr<VXCloudFile>, std::shared_ptr<VXCloudError>> settings() {
-        CompletionProbe<std::shared_ptr<VXCloudFile>, std::shared_ptr<VXCloudError>> probe;
-        session_->downloadSettingsFileWithCompletionHandler(probe.handler());
-        EXPECT_TRUE(probe.wait());
-        if (probe.count() == 0) return {};
-        auto [file, error] = probe.first();
-        return {file, error};
-    }
     std::optional<std::string> remote(const std::string& path) {
         return fx_.sandbox().fileContent("dropbox", path);
     }
-
-    DropboxFixture fx_;
-    std::shared_ptr<VXCloudDropboxSession> session_;
-    std::shared_ptr<RecordingDelegate> delegate_;
 };
 
 TEST_F(DropboxSession, FolderPrefixAddressesTheTopFolderAndSubfolders) {
@@ -118,8 +58,7 @@ TEST_F(DropboxSession, SettingsDocumentIsAlwaysWrittenOver) {
     // Any other name already taken is a conflict without overwrite.
     fx_.sandbox().putFile("dropbox", "/taken.pdf", "old");
     event = upload(makeDocument("taken.pdf", "new"), session_->rootFolder(), false);
-    EXPECT_EQ(event.kind, Kind::uploadFailed);
-    EXPECT_EQ(event.code(), ErrorCode::fileConflict);
+    EXPECT_TRUE(failedWith(event, Kind::uploadFailed, ErrorCode::fileConflict));
 }
 
 TEST_F(DropboxSession, UnchangedContentSendsNoBytesAndReportsItDone) {
@@ -129,7 +68,7 @@ TEST_F(DropboxSession, UnchangedContentSendsNoBytesAndReportsItDone) {
     fx_.sandbox().resetStats();
 
     // The hash matches in any letter case.
-    auto again = makeStoredDocument(*fx_.account(), "same.pdf", contentHash(bytes), bytes, upper(contentHash(bytes)));
+    auto again = makeStoredDocument(*fx_.account(), "same.pdf", contentHash(bytes), bytes, upperCase(contentHash(bytes)));
     again->fileIdentifier = Json("doc-7");
     auto event = upload(again, folder, false);
     ASSERT_EQ(event.kind, Kind::didUpload) << describe(event);
@@ -183,8 +122,7 @@ TEST_F(DropboxSession, ListingFollowsEveryPageAndKeepsOnlyFolders) {
     for (const char* name : {"f1", "f2", "f3", "f4", "f5"}) fx_.makeFolder(name, parent);
     for (const char* name : {"/Paged/a.pdf", "/Paged/b.pdf", "/Paged/c.pdf"}) fx_.sandbox().putFile("dropbox", name, "x");
 
-    session_->loadFoldersInFolder(parent);
-    auto event = delegate_->expectOneOutcome();
+    auto event = loadFolders(parent);
     ASSERT_EQ(event.kind, Kind::didLoadFolders) << describe(event);
     std::vector<std::string> names;
     for (const auto& f : event.files) {
@@ -197,11 +135,8 @@ TEST_F(DropboxSession, ListingFollowsEveryPageAndKeepsOnlyFolders) {
     EXPECT_EQ(names, (std::vector<std::string>{"f1", "f2", "f3", "f4", "f5"}));
     EXPECT_GE(fx_.requests("files/list_folder/continue"), 3);
 
-    delegate_->clear();
-    session_->loadFoldersInFolder(folderRecord("Missing", "/Missing"));
-    event = delegate_->expectOneOutcome();
-    EXPECT_EQ(event.kind, Kind::loadFoldersFailed);
-    EXPECT_EQ(event.code(), ErrorCode::fileUpload);
+    event = loadFolders(folderRecord("Missing", "/Missing"));
+    EXPECT_TRUE(failedWith(event, Kind::loadFoldersFailed, ErrorCode::fileUpload));
 }
 
 TEST_F(DropboxSession, FoldersAreCreatedOnceAndAClashIsAConflict) {
@@ -214,8 +149,7 @@ TEST_F(DropboxSession, FoldersAreCreatedOnceAndAClashIsAConflict) {
     EXPECT_TRUE(event.file->id.has_value());
 
     event = upload(folder, parent, false);
-    EXPECT_EQ(event.kind, Kind::uploadFailed);
-    EXPECT_EQ(event.code(), ErrorCode::fileConflict);
+    EXPECT_TRUE(failedWith(event, Kind::uploadFailed, ErrorCode::fileConflict));
     EXPECT_EQ(event.file, folder);
 }
 
@@ -227,15 +161,13 @@ TEST_F(DropboxSession, RenameOutcomesForTakenAndFreeNames) {
 
     // Without overwrite a taken name is refused by the move itself.
     auto event = rename(doc, "taken.pdf", folder, false);
-    EXPECT_EQ(event.kind, Kind::renameFailed);
-    EXPECT_EQ(event.code(), ErrorCode::renameFailed);
+    EXPECT_TRUE(failedWith(event, Kind::renameFailed, ErrorCode::renameFailed));
     EXPECT_EQ(event.file, doc);
 
     // With overwrite, a new name that nobody holds fails: the delete before the move finds
     // nothing to delete.
     event = rename(doc, "free.pdf", folder, true);
-    EXPECT_EQ(event.kind, Kind::renameFailed);
-    EXPECT_EQ(event.code(), ErrorCode::renameFailed);
+    EXPECT_TRUE(failedWith(event, Kind::renameFailed, ErrorCode::renameFailed));
     EXPECT_TRUE(sameBytes(remote("/Renames/doc.pdf"), bytes));
     EXPECT_EQ(remote("/Renames/free.pdf"), std::nullopt);
 
@@ -257,11 +189,9 @@ TEST_F(DropboxSession, RenameRebuildsADocumentThatIsGone) {
 
     // The host has nothing to give, or gives a path that cannot be read.
     auto event = rename(doc, "found.pdf", folder, false);
-    EXPECT_EQ(event.kind, Kind::renameFailed);
-    EXPECT_EQ(event.code(), ErrorCode::fileUpload);
+    EXPECT_TRUE(failedWith(event, Kind::renameFailed, ErrorCode::fileUpload));
     event = rename(doc, "found.pdf", folder, false, [&] { return temp.file("missing.pdf"); });
-    EXPECT_EQ(event.kind, Kind::renameFailed);
-    EXPECT_EQ(event.code(), ErrorCode::fileUpload);
+    EXPECT_TRUE(failedWith(event, Kind::renameFailed, ErrorCode::fileUpload));
 
     const std::string regenerated = documentBytes(6000, 5);
     const std::string pdfPath = temp.file("regenerated.pdf");
@@ -286,8 +216,7 @@ TEST_F(DropboxSession, RenameOfARemotelyChangedDocument) {
     fx_.sandbox().changeFile("dropbox", "/Changed/mine.pdf", "edited on a phone");
 
     auto event = rename(doc, "ours.pdf", folder, false);
-    EXPECT_EQ(event.kind, Kind::renameFailed);
-    EXPECT_EQ(event.code(), ErrorCode::fileConflict);
+    EXPECT_TRUE(failedWith(event, Kind::renameFailed, ErrorCode::fileConflict));
 
     // With overwrite the host's copy replaces the edited one, under the new name.
     const std::string pdfPath = temp.file("mine.pdf");
@@ -392,10 +321,7 @@ TEST_F(DropboxSession, ExpiredAccessTokenIsRefreshedAndSavedTransparently) {
     stale.expiresAt = 1;
     ASSERT_TRUE(VXCloudTokenStore::save(VXCloudService::dropbox, fx_.sandboxAccount().userId, stale));
     fx_.sandbox().resetStats();
-    CompletionProbe<bool> probe;
-    session_->isAuthorizedWithCompletion(probe.handler());
-    ASSERT_TRUE(probe.wait());
-    EXPECT_TRUE(std::get<0>(probe.first()));
+    EXPECT_TRUE(isAuthorized());
     EXPECT_EQ(fx_.requests("oauth2/token"), 1);
     EXPECT_EQ(fx_.sandbox().stats("dropbox/users/get_current_account").statuses[401], 0);
 }
@@ -403,13 +329,9 @@ TEST_F(DropboxSession, ExpiredAccessTokenIsRefreshedAndSavedTransparently) {
 TEST_F(DropboxSession, RevokedRefreshTokenIsAnAuthenticationFailure) {
     ASSERT_TRUE(fx_.sandbox().revokeRefreshToken("dropbox", fx_.sandboxAccount().refreshToken));
     auto event = upload(makeDocument("revoked.pdf", "%PDF"), session_->rootFolder(), false);
-    EXPECT_EQ(event.kind, Kind::uploadFailed);
-    EXPECT_EQ(event.code(), ErrorCode::authentication);
+    EXPECT_TRUE(failedWith(event, Kind::uploadFailed, ErrorCode::authentication));
 
-    CompletionProbe<bool> probe;
-    session_->isAuthorizedWithCompletion(probe.handler());
-    ASSERT_TRUE(probe.wait());
-    EXPECT_FALSE(std::get<0>(probe.first()));
+    EXPECT_FALSE(isAuthorized());
 }
 
 TEST_F(DropboxSession, SessionNeedsAStoredTokenAndUnlinkingRemovesIt) {
@@ -419,10 +341,7 @@ TEST_F(DropboxSession, SessionNeedsAStoredTokenAndUnlinkingRemovesIt) {
     EXPECT_EQ(VXCloudDropboxSession::initWithCloudAccount(drive), nullptr);
     EXPECT_NE(fx_.account()->sessionForAccount(), nullptr) << "the engine's factory makes Dropbox sessions";
 
-    CompletionProbe<std::shared_ptr<VXCloudAccount>, std::optional<PlatformError>> unlink;
-    session_->removeAuthorizationWithCompletion(unlink.handler());
-    ASSERT_TRUE(unlink.wait());
-    auto [account, error] = unlink.first();
+    auto [account, error] = removeAuthorization();
     EXPECT_EQ(account, fx_.account());
     EXPECT_FALSE(error.has_value());
     EXPECT_FALSE(VXCloudTokenStore::contains(VXCloudService::dropbox, fx_.sandboxAccount().userId));
@@ -430,10 +349,7 @@ TEST_F(DropboxSession, SessionNeedsAStoredTokenAndUnlinkingRemovesIt) {
     EXPECT_TRUE(!left || left->empty());
     EXPECT_EQ(VXCloudDropboxSession::initWithCloudAccount(fx_.account()), nullptr);
 
-    CompletionProbe<std::shared_ptr<VXCloudAccount>, std::optional<PlatformError>> again;
-    session_->removeAuthorizationWithCompletion(again.handler());
-    ASSERT_TRUE(again.wait());
-    auto [_, secondError] = again.first();
+    auto [_, secondError] = removeAuthorization();
     ASSERT_TRUE(secondError.has_value());
     EXPECT_EQ(secondError->code, 2);
     EXPECT_EQ(secondError->domain, kVXCloudErrorDomain);
@@ -451,9 +367,7 @@ TEST_F(DropboxSession, TransientServerAnswersAreRetried) {
 
     // A connection cut mid-body: the upload is repeated (same bytes, same path), and the
     // progress does not count the repeated bytes twice.
-    session_ = fx_.makeDropboxSession();
-    session_->setCloudSessionDelegate(delegate_);
-    session_->setCloudSessionProgressDelegate(delegate_);
+    ASSERT_TRUE(drive(fx_.makeDropboxSession()));
     fx_.sandbox().resetStats();
     fault("files/upload", "drop-after=100");
     event = upload(makeDocument("dropped.pdf", documentBytes(10000, 7)), session_->rootFolder(), false);
@@ -474,21 +388,17 @@ TEST_F(DropboxSession, TransientServerAnswersAreRetried) {
 TEST_F(DropboxSession, PersistentServerTroubleIsAConnectionFailure) {
     fault("files/upload", "status=503", 4);
     auto event = upload(makeDocument("down.pdf", "%PDF"), session_->rootFolder(), false);
-    EXPECT_EQ(event.kind, Kind::uploadFailed);
-    EXPECT_EQ(event.code(), ErrorCode::connection);
+    EXPECT_TRUE(failedWith(event, Kind::uploadFailed, ErrorCode::connection));
     EXPECT_EQ(event.file->name, "down.pdf");
 }
 
 TEST_F(DropboxSession, MalformedAnswersAreFailuresNotCrashes) {
     fault("files/upload", "status=200;body=%7Bnot json;content-type=application/json");
     auto event = upload(makeDocument("garbled.pdf", "%PDF"), session_->rootFolder(), false);
-    EXPECT_EQ(event.kind, Kind::uploadFailed);
-    EXPECT_EQ(event.code(), ErrorCode::fileUpload);
+    EXPECT_TRUE(failedWith(event, Kind::uploadFailed, ErrorCode::fileUpload));
 
     fault("files/list_folder", R"(status=200;body={"entries":[{"name":7}],"has_more":false};content-type=application/json)");
-    delegate_->clear();
-    session_->loadFoldersInFolder(session_->rootFolder());
-    event = delegate_->expectOneOutcome();
+    event = loadFolders(session_->rootFolder());
     EXPECT_EQ(event.kind, Kind::loadFoldersFailed);
 
     auto a = stored("a.pdf", "%PDF-a", session_->rootFolder());
@@ -499,15 +409,12 @@ TEST_F(DropboxSession, MalformedAnswersAreFailuresNotCrashes) {
 
     fault("files/upload", "status=400;body=Error in call to API function;content-type=text/plain");
     event = upload(makeDocument("bad-input.pdf", "%PDF"), session_->rootFolder(), false);
-    EXPECT_EQ(event.kind, Kind::uploadFailed);
-    EXPECT_EQ(event.code(), ErrorCode::fileUpload);
+    EXPECT_TRUE(failedWith(event, Kind::uploadFailed, ErrorCode::fileUpload));
 }
 
 TEST_F(DropboxSession, LargeDocumentGoesThroughAnUploadSession) {
     fx_.limitUploadRequests(64 * 1024);
-    session_ = fx_.makeDropboxSession();
-    session_->setCloudSessionDelegate(delegate_);
-    session_->setCloudSessionProgressDelegate(delegate_);
+    ASSERT_TRUE(drive(fx_.makeDropboxSession()));
 
     const std::string bytes = documentBytes(300 * 1024, 8);
     auto doc = makeDocument("large.pdf", bytes);
@@ -524,8 +431,7 @@ TEST_F(DropboxSession, LargeDocumentGoesThroughAnUploadSession) {
 
     // A conflict at the end of a session is the same conflict as a single upload's.
     event = upload(makeDocument("large.pdf", documentBytes(300 * 1024, 9)), session_->rootFolder(), false);
-    EXPECT_EQ(event.kind, Kind::uploadFailed);
-    EXPECT_EQ(event.code(), ErrorCode::fileConflict);
+    EXPECT_TRUE(failedWith(event, Kind::uploadFailed, ErrorCode::fileConflict));
 }
 
 TEST_F(DropboxSession, NamesWithUnusualCharactersAreStoredExactly) {

@@ -4,6 +4,7 @@
 
 #include "../../src/providers/dropbox/DropboxWire.h"
 #include "sessions/SessionTestSupport.h"
+#include "support/IsolatedStores.h"
 #include "vxcloud/auth/VXCloudTokenStore.h"
 #include "vxcloud/sessions/VXCloudServiceConfig.h"
 

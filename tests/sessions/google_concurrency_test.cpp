@@ -5,20 +5,12 @@
 #include <set>
 
 #include "sessions/GoogleDriveFixture.h"
-#include "sessions/SessionTestSupport.h"
 #include "vxcloud/model/VXCloudFileHasher.h"
 
 namespace vxcloud::testing {
 namespace {
 
-class GoogleDriveMoveConcurrency : public ::testing::Test {
-protected:
-    void SetUp() override {
-        std::string error;
-        ASSERT_TRUE(fx_.setUp(error)) << error;
-    }
-    GoogleDriveFixture fx_;
-};
+class GoogleDriveMoveConcurrency : public SandboxTest<GoogleDriveFixture> {};
 
 TEST_F(GoogleDriveMoveConcurrency, SixFilesMoveWithNoMoreThanFourUpdatesInFlight) {
     auto from = fx_.makeFolder("Inbox");

@@ -8,7 +8,6 @@
 #include <nlohmann/json.hpp>
 
 #include "sessions/GoogleDriveFixture.h"
-#include "sessions/SessionTestSupport.h"
 #include "vxcloud/auth/VXCloudTokenStore.h"
 #include "vxcloud/model/VXCloudFileHasher.h"
 #include "vxcloud/model/VXCloudUserDefaults.h"
@@ -20,74 +19,20 @@ using Kind = SessionEvent::Kind;
 
 std::string md5(const std::string& bytes) { return VXCloudFileHasher::md5Hash(ByteBuffer::copyOf(bytes)); }
 
-std::string upper(std::string text) {
-    for (char& c : text) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    return text;
-}
-
-class GoogleDriveSession : public ::testing::Test {
+class GoogleDriveSession : public SessionTest<GoogleDriveFixture, VXCloudGoogleDriveSession> {
 protected:
-    void SetUp() override {
-        std::string error;
-        ASSERT_TRUE(fx_.setUp(error)) << error;
-        session_ = fx_.makeDriveSession();
-        ASSERT_NE(session_, nullptr);
-        delegate_ = std::make_shared<RecordingDelegate>();
-        session_->setCloudSessionDelegate(delegate_);
-        session_->setCloudSessionProgressDelegate(delegate_);
-    }
-
     // A fault that answers at once (Retry-After: 0), for every attempt the client makes.
     void fault(const std::string& route, const std::string& desc, int times = 8) {
-        ASSERT_TRUE(fx_.fault(route, desc, times)) << route << ": " << desc;
+        SessionTest::fault(route, desc, times);
     }
 
-    SessionEvent upload(const std::shared_ptr<VXCloudFile>& file, const std::shared_ptr<VXCloudFile>& parent,
-                        bool overwrite) {
-        delegate_->clear();
-        session_->uploadWithCloudFile(file, parent, overwrite);
-        return delegate_->expectOneOutcome();
-    }
-    // Uploads a new document; the record the engine would send for it next time.
-    std::shared_ptr<VXCloudFile> stored(const std::string& name, const std::string& bytes,
-                                        const std::shared_ptr<VXCloudFile>& parent) {
-        auto event = upload(makeDocument(name, bytes), parent, false);
-        EXPECT_EQ(event.kind, Kind::didUpload) << describe(event);
-        return makeStoredDocument(*fx_.account(), name, md5(bytes), bytes, md5(bytes));
-    }
-    SessionEvent rename(const std::shared_ptr<VXCloudFile>& file, const std::string& newName,
-                        const std::shared_ptr<VXCloudFile>& parent, CreatePDFBlock block = {}) {
-        delegate_->clear();
-        if (!block) block = [] { return std::nullopt; };
-        session_->renameWithCloudFile(file, newName, parent, false, block);
-        return delegate_->expectOneOutcome();
-    }
-    SessionEvent move(const VXCloudFileList& files, const std::shared_ptr<VXCloudFile>& from,
-                      const std::shared_ptr<VXCloudFile>& to) {
-        delegate_->clear();
-        session_->moveWithCloudFiles(files, from, to);
-        return delegate_->expectOneOutcome();
-    }
-    std::pair<std::shared_ptr<VXCloudFile>, std::shared_ptr<VXCloudError>> settings() {
-        CompletionProbe<std::shared_ptr<VXCloudFile>, std::shared_ptr<VXCloudError>> probe;
-        session_->downloadSettingsFileWithCompletionHandler(probe.handler());
-        EXPECT_TRUE(probe.wait());
-        if (probe.count() == 0) return {};
-        auto [file, error] = probe.first();
-        return {file, error};
-    }
     std::int64_t uploads() const {
-        return fx_.stats("upload/create").requests + fx_.stats("upload/update").requests +
-               fx_.stats("upload/session").requests;
+        return fx_.requests("upload/create") + fx_.requests("upload/update") + fx_.requests("upload/session");
     }
     std::string idOf(const VXCloudFile& folder, const std::string& name) {
         const Json files = fx_.liveFiles(folder.id.value_or("root"), name);
         return files.size() == 1 ? files[0]["id"].get<std::string>() : std::string();
     }
-
-    GoogleDriveFixture fx_;
-    std::shared_ptr<VXCloudGoogleDriveSession> session_;
-    std::shared_ptr<RecordingDelegate> delegate_;
 };
 
 TEST_F(GoogleDriveSession, NamesAreQuotedSoEveryNameIsFoundAndNoneChangesTheQuery) {
@@ -118,7 +63,7 @@ TEST_F(GoogleDriveSession, UnchangedContentIsNotSentAgainAndShowsAsDone) {
     auto folder = fx_.makeFolder("Unchanged");
     const std::string bytes = documentBytes(70000, 1);
     auto again = stored("same.pdf", bytes, folder);
-    again->localVersion = upper(md5(bytes));  // checksums compare ignoring letter case
+    again->localVersion = upperCase(md5(bytes));  // checksums compare ignoring letter case
     again->fileIdentifier = Json("doc-1");
     fx_.sandbox().resetStats();
 
@@ -142,8 +87,7 @@ TEST_F(GoogleDriveSession, OverwriteKeepsTheFilesIdAndStoresANewRevision) {
     const std::string edited = documentBytes(5000, 3);
     auto refused = makeStoredDocument(*fx_.account(), "report.pdf", md5(original), edited, md5(edited));
     auto event = upload(refused, folder, false);
-    ASSERT_EQ(event.kind, Kind::uploadFailed);
-    EXPECT_EQ(event.code(), ErrorCode::fileConflict);
+    ASSERT_TRUE(failedWith(event, Kind::uploadFailed, ErrorCode::fileConflict));
     EXPECT_TRUE(sameBytes(fx_.contentById(id), original));
 
     auto forced = makeStoredDocument(*fx_.account(), "report.pdf", md5(original), edited, md5(edited));
@@ -181,8 +125,7 @@ TEST_F(GoogleDriveSession, NewDocumentsAreStoredBesideSameNamedOnes) {
     // A document without bytes fails without asking Drive.
     auto empty = std::make_shared<VXCloudFile>("empty.pdf", false, false);
     event = upload(empty, folder, false);
-    EXPECT_EQ(event.kind, Kind::uploadFailed);
-    EXPECT_EQ(event.code(), ErrorCode::fileUpload);
+    EXPECT_TRUE(failedWith(event, Kind::uploadFailed, ErrorCode::fileUpload));
 }
 
 TEST_F(GoogleDriveSession, SettingsDocumentIsNeverAConflict) {
@@ -198,8 +141,7 @@ TEST_F(GoogleDriveSession, SettingsDocumentIsNeverAConflict) {
     fx_.createFile("root", "taken.pdf", "old");
     auto taken = makeStoredDocument(*fx_.account(), "taken.pdf", md5("older"), "new", md5("new"));
     event = upload(taken, root, false);
-    EXPECT_EQ(event.kind, Kind::uploadFailed);
-    EXPECT_EQ(event.code(), ErrorCode::fileConflict);
+    EXPECT_TRUE(failedWith(event, Kind::uploadFailed, ErrorCode::fileConflict));
 }
 
 TEST_F(GoogleDriveSession, EmptyParentIdIsSearchedAsTheTopFolder) {
@@ -227,9 +169,7 @@ TEST_F(GoogleDriveSession, FolderListingFollowsPagesAndSkipsTrash) {
     ASSERT_TRUE(fx_.trash(*gone->id));
     fx_.createFile(*parent->id, "file.pdf", "%PDF");
 
-    delegate_->clear();
-    session_->loadFoldersInFolder(parent);
-    auto event = delegate_->expectOneOutcome();
+    auto event = loadFolders(parent);
     ASSERT_EQ(event.kind, Kind::didLoadFolders) << describe(event);
     EXPECT_EQ(event.parent, parent);
     std::vector<std::string> names;
@@ -238,7 +178,7 @@ TEST_F(GoogleDriveSession, FolderListingFollowsPagesAndSkipsTrash) {
         names.push_back(folder->name);
     }
     EXPECT_EQ(names, (std::vector<std::string>{"A", "B", "C", "D", "E"}));
-    EXPECT_GE(fx_.stats("files/list").requests, 3) << "five folders in pages of two";
+    EXPECT_GE(fx_.requests("files/list"), 3) << "five folders in pages of two";
 
     // Without an id nothing can be listed, and nothing is reported.
     delegate_->clear();
@@ -246,10 +186,8 @@ TEST_F(GoogleDriveSession, FolderListingFollowsPagesAndSkipsTrash) {
     EXPECT_FALSE(delegate_->waitForEvents(1, 500ms));
 
     fault("files/list", "status=401;error=authError");
-    session_->loadFoldersInFolder(parent);
-    event = delegate_->expectOneOutcome();
-    EXPECT_EQ(event.kind, Kind::loadFoldersFailed);
-    EXPECT_EQ(event.code(), ErrorCode::authentication);
+    event = loadFolders(parent);
+    EXPECT_TRUE(failedWith(event, Kind::loadFoldersFailed, ErrorCode::authentication));
 }
 
 TEST_F(GoogleDriveSession, RenameGivesTheFoundFileItsNewNameAndStoresAGoneOneAgain) {
@@ -270,7 +208,7 @@ TEST_F(GoogleDriveSession, RenameGivesTheFoundFileItsNewNameAndStoresAGoneOneAga
     const std::string path = temp.file("rebuilt.pdf");
     std::ofstream(path, std::ios::binary) << rebuilt;
     auto gone = makeStoredDocument(*fx_.account(), "vanished.pdf", md5("old"), "old", std::nullopt);
-    event = rename(gone, "reborn.pdf", folder, [path]() -> std::optional<std::string> { return path; });
+    event = rename(gone, "reborn.pdf", folder, false, [path]() -> std::optional<std::string> { return path; });
     ASSERT_EQ(event.kind, Kind::didUpload) << describe(event);
     EXPECT_EQ(gone->name, "reborn.pdf");
     EXPECT_TRUE(sameBytes(fx_.remoteContent(*folder, "reborn.pdf"), rebuilt));
@@ -278,25 +216,23 @@ TEST_F(GoogleDriveSession, RenameGivesTheFoundFileItsNewNameAndStoresAGoneOneAga
     // Changed elsewhere: stored again too, whatever the overwrite flag says.
     fx_.createFile(*folder->id, "changed.pdf", "theirs");
     auto changed = makeStoredDocument(*fx_.account(), "changed.pdf", md5("mine"), "mine", md5("mine"));
-    event = rename(changed, "mine.pdf", folder, [path]() -> std::optional<std::string> { return path; });
+    event = rename(changed, "mine.pdf", folder, false, [path]() -> std::optional<std::string> { return path; });
     ASSERT_EQ(event.kind, Kind::didUpload) << describe(event);
     EXPECT_EQ(fx_.remoteContent(*folder, "changed.pdf"), "theirs");
 
     // No PDF, or one that cannot be read: the rename fails.
     auto lost = makeStoredDocument(*fx_.account(), "lost.pdf", md5("x"), "x", std::nullopt);
     event = rename(lost, "found.pdf", folder);
-    EXPECT_EQ(event.kind, Kind::renameFailed);
-    EXPECT_EQ(event.code(), ErrorCode::fileUpload);
-    event = rename(lost, "found.pdf", folder, [&] { return std::optional<std::string>(temp.file("missing.pdf")); });
-    EXPECT_EQ(event.kind, Kind::renameFailed);
-    EXPECT_EQ(event.code(), ErrorCode::fileUpload);
+    EXPECT_TRUE(failedWith(event, Kind::renameFailed, ErrorCode::fileUpload));
+    event = rename(lost, "found.pdf", folder, false,
+                   [&] { return std::optional<std::string>(temp.file("missing.pdf")); });
+    EXPECT_TRUE(failedWith(event, Kind::renameFailed, ErrorCode::fileUpload));
 
     // A refused rename request is classified.
     auto file2 = stored("locked.pdf", "%PDF-locked", folder);
     fault("files/update", "status=403;error=insufficientFilePermissions");
     event = rename(file2, "unlocked.pdf", folder);
-    EXPECT_EQ(event.kind, Kind::renameFailed);
-    EXPECT_EQ(event.code(), ErrorCode::authentication);
+    EXPECT_TRUE(failedWith(event, Kind::renameFailed, ErrorCode::authentication));
 }
 
 TEST_F(GoogleDriveSession, MoveReportsFilesWithoutAStoredCopyAsNotMoved) {
@@ -411,8 +347,7 @@ TEST_F(GoogleDriveSession, ReasonsOfRealErrorBodiesBecomeTheTablesCodes) {
     // A refused refresh grant: the token endpoint's invalid_grant.
     ASSERT_TRUE(fx_.sandbox().revokeRefreshToken("google", fx_.sandboxAccount().refreshToken));
     auto event = upload(makeDocument("new.pdf", "%PDF"), folder, false);
-    EXPECT_EQ(event.kind, Kind::uploadFailed);
-    EXPECT_EQ(event.code(), ErrorCode::authentication);
+    EXPECT_TRUE(failedWith(event, Kind::uploadFailed, ErrorCode::authentication));
 }
 
 TEST_F(GoogleDriveSession, ExpiredTokenIsRefreshedSavedAndUsed) {
@@ -423,28 +358,20 @@ TEST_F(GoogleDriveSession, ExpiredTokenIsRefreshedSavedAndUsed) {
     EXPECT_EQ(fx_.sandbox().expireAccessTokens("google", {}, before->accessToken), 1);
     fx_.sandbox().resetStats();
 
-    CompletionProbe<bool> probe;
-    session_->isAuthorizedWithCompletion(probe.handler());
-    ASSERT_TRUE(probe.wait());
-    EXPECT_TRUE(std::get<0>(probe.first()));
-    EXPECT_EQ(fx_.stats("oauth2/token").requests, 1);
+    EXPECT_TRUE(isAuthorized());
+    EXPECT_EQ(fx_.requests("oauth2/token"), 1);
     const auto after = VXCloudTokenStore::load(VXCloudService::googleDrive, storage);
     ASSERT_TRUE(after);
     EXPECT_NE(after->accessToken, before->accessToken);
     EXPECT_EQ(after->refreshToken, before->refreshToken) << "Google keeps its refresh token";
 
     ASSERT_TRUE(fx_.sandbox().revokeRefreshToken("google", fx_.sandboxAccount().refreshToken));
-    CompletionProbe<bool> refused;
-    session_->isAuthorizedWithCompletion(refused.handler());
-    ASSERT_TRUE(refused.wait());
-    EXPECT_FALSE(std::get<0>(refused.first()));
+    EXPECT_FALSE(isAuthorized());
 }
 
 TEST_F(GoogleDriveSession, LargeDocumentsGoInChunksAndResumeAfterADroppedConnection) {
     fx_.limitUploads(256 * 1024, 256 * 1024);
-    session_ = fx_.makeDriveSession();  // the client reads the limits when it is made
-    session_->setCloudSessionDelegate(delegate_);
-    session_->setCloudSessionProgressDelegate(delegate_);
+    ASSERT_TRUE(drive(fx_.makeDriveSession()));  // the client reads the limits when it is made
     auto folder = fx_.makeFolder("Large");
     const std::string bytes = documentBytes(1024 * 1024 + 123, 7);
 
@@ -455,8 +382,8 @@ TEST_F(GoogleDriveSession, LargeDocumentsGoInChunksAndResumeAfterADroppedConnect
     ASSERT_EQ(event.kind, Kind::didUpload) << describe(event);
     EXPECT_EQ(file->version, md5(bytes));
     EXPECT_TRUE(sameBytes(fx_.remoteContent(*folder, "large.pdf"), bytes));
-    EXPECT_EQ(fx_.stats("upload/create").requests, 1) << "one session";
-    EXPECT_GE(fx_.stats("upload/session").requests, 6) << "five chunks, a status query and the repeat";
+    EXPECT_EQ(fx_.requests("upload/create"), 1) << "one session";
+    EXPECT_GE(fx_.requests("upload/session"), 6) << "five chunks, a status query and the repeat";
 
     const auto progress = delegate_->progress();
     ASSERT_FALSE(progress.empty());
@@ -473,14 +400,13 @@ TEST_F(GoogleDriveSession, LargeDocumentsGoInChunksAndResumeAfterADroppedConnect
     auto restarted = makeDocument("restarted.pdf", bytes);
     event = upload(restarted, folder, false);
     ASSERT_EQ(event.kind, Kind::didUpload) << describe(event);
-    EXPECT_EQ(fx_.stats("upload/create").requests, 2);
+    EXPECT_EQ(fx_.requests("upload/create"), 2);
     EXPECT_TRUE(sameBytes(fx_.remoteContent(*folder, "restarted.pdf"), bytes));
 
     // The server keeps less than a chunk sends: the client goes on from where it stopped.
     ASSERT_TRUE(fx_.sandbox().configure("google", Json{{"resumable_keep_max_bytes", 256 * 1024}}));
     fx_.limitUploads(256 * 1024, 1024 * 1024);
-    session_ = fx_.makeDriveSession();
-    session_->setCloudSessionDelegate(delegate_);
+    ASSERT_TRUE(drive(fx_.makeDriveSession()));
     const std::string other = documentBytes(2 * 1024 * 1024 + 5, 8);
     auto second = makeStoredDocument(*fx_.account(), "large.pdf", md5(bytes), other, std::nullopt);
     event = upload(second, folder, false);
@@ -501,8 +427,7 @@ TEST_F(GoogleDriveSession, UnreadableAnswersAreFailuresNotCrashes) {
     }
     fault("upload/create", R"(status=200;content-type=application/json;body={"id": ["x"]})", 1);
     auto event = upload(makeDocument("odd.pdf", "%PDF"), folder, false);
-    EXPECT_EQ(event.kind, Kind::uploadFailed);
-    EXPECT_EQ(event.code(), ErrorCode::fileUpload);
+    EXPECT_TRUE(failedWith(event, Kind::uploadFailed, ErrorCode::fileUpload));
 }
 
 TEST_F(GoogleDriveSession, SessionNeedsStoredAuthorisationAndUnlinkingRemovesIt) {
@@ -516,10 +441,7 @@ TEST_F(GoogleDriveSession, SessionNeedsStoredAuthorisationAndUnlinkingRemovesIt)
     EXPECT_EQ(root->id, "root");
     EXPECT_TRUE(root->isFolder && root->isRootFolder);
 
-    CompletionProbe<std::shared_ptr<VXCloudAccount>, std::optional<PlatformError>> unlink;
-    session_->removeAuthorizationWithCompletion(unlink.handler());
-    ASSERT_TRUE(unlink.wait());
-    auto [account, error] = unlink.first();
+    auto [account, error] = removeAuthorization();
     EXPECT_EQ(account, fx_.account());
     EXPECT_FALSE(error.has_value());
     EXPECT_FALSE(VXCloudTokenStore::contains(VXCloudService::googleDrive,
@@ -527,10 +449,7 @@ TEST_F(GoogleDriveSession, SessionNeedsStoredAuthorisationAndUnlinkingRemovesIt)
     auto left = VXCloudUserDefaults::loadAccounts({VXCloudService::googleDrive});
     EXPECT_TRUE(!left || left->empty());
 
-    CompletionProbe<std::shared_ptr<VXCloudAccount>, std::optional<PlatformError>> again;
-    session_->removeAuthorizationWithCompletion(again.handler());
-    ASSERT_TRUE(again.wait());
-    auto [_, secondError] = again.first();
+    auto [_, secondError] = removeAuthorization();
     ASSERT_TRUE(secondError.has_value());
     EXPECT_EQ(secondError->code, 3);
     EXPECT_EQ(secondError->domain, kVXCloudErrorDomain);
