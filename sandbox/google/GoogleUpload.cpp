@@ -130,6 +130,33 @@ ContentRange parseContentRange(const std::string& header) {
     return range;
 }
 
+// What a media or multipart upload sends: the metadata (none for media) and the content.
+struct UploadBody {
+    json metadata = json::object();
+    ByteBuffer content;
+    std::string mediaType;
+};
+
+UploadBody uploadBody(const Request& request, const std::string& type) {
+    UploadBody body;
+    body.content = request.body;
+    std::string contentType = request.headerOr("Content-Type");
+    if (type == "multipart") {
+        if (request.mediaType() != "multipart/related") {
+            fail(400, "badRequest", "Multipart uploads are multipart/related.");
+        }
+        const auto parts = multipartParts(request.body, boundaryOf(contentType));
+        if (parts.size() != 2 || mediaTypeOf(parts[0].contentType) != "application/json") {
+            fail(400, "badRequest", "A multipart upload holds the JSON metadata, then the content.");
+        }
+        body.metadata = metadataObject(parts[0].content.view());
+        body.content = parts[1].content;
+        contentType = parts[1].contentType;
+    }
+    body.mediaType = mediaTypeOf(contentType);
+    return body;
+}
+
 }  // namespace
 
 void GoogleModule::registerUploadRoutes(Router& router) {
@@ -146,24 +173,10 @@ void GoogleModule::registerUploadRoutes(Router& router) {
                        store().tree(call.account.id);
                        return startSession(std::move(session), call);
                    }
-                   json metadata = json::object();
-                   ByteBuffer content = request.body;
-                   std::string contentType = request.headerOr("Content-Type");
-                   if (type == "multipart") {
-                       if (request.mediaType() != "multipart/related") {
-                           fail(400, "badRequest", "Multipart uploads are multipart/related.");
-                       }
-                       const auto parts = multipartParts(request.body, boundaryOf(contentType));
-                       if (parts.size() != 2 || mediaTypeOf(parts[0].contentType) != "application/json") {
-                           fail(400, "badRequest", "A multipart upload holds the JSON metadata, then the content.");
-                       }
-                       metadata = metadataObject(parts[0].content.view());
-                       content = parts[1].content;
-                       contentType = parts[1].contentType;
-                   }
+                   const UploadBody body = uploadBody(request, type);
                    std::lock_guard lock(store().mutex());
                    Tree& tree = store().tree(call.account.id);
-                   Node& node = createItem(tree, metadata, &content, mediaTypeOf(contentType), call);
+                   Node& node = createItem(tree, body.metadata, &body.content, body.mediaType, call);
                    answerItem(tree, node, request, call.response);
                });
 
@@ -180,24 +193,13 @@ void GoogleModule::registerUploadRoutes(Router& router) {
                        session.fileId = findItem(store().tree(call.account.id), fileId, call).id;
                        return startSession(std::move(session), call);
                    }
-                   json metadata = json::object();
-                   ByteBuffer content = request.body;
-                   std::string contentType = request.headerOr("Content-Type");
-                   if (type == "multipart") {
-                       const auto parts = multipartParts(request.body, boundaryOf(contentType));
-                       if (parts.size() != 2 || mediaTypeOf(parts[0].contentType) != "application/json") {
-                           fail(400, "badRequest", "A multipart upload holds the JSON metadata, then the content.");
-                       }
-                       metadata = metadataObject(parts[0].content.view());
-                       content = parts[1].content;
-                       contentType = parts[1].contentType;
-                   }
+                   const UploadBody body = uploadBody(request, type);
                    std::lock_guard lock(store().mutex());
                    Tree& tree = store().tree(call.account.id);
                    Node& node = findItem(tree, fileId, call);
-                   checkNewContent(tree, node, content, call);
-                   updateItem(tree, node, metadata, call);
-                   replaceContent(tree, node, content, mediaTypeOf(contentType), call);
+                   checkNewContent(tree, node, body.content, call);
+                   updateItem(tree, node, body.metadata, call);
+                   replaceContent(tree, node, body.content, body.mediaType, call);
                    answerItem(tree, node, request, call.response);
                });
 
