@@ -29,6 +29,13 @@ std::string describe(const SessionEvent& event) {
                                          << describe(event);
 }
 
+::testing::AssertionResult hasErrorCode(const std::shared_ptr<VXCloudError>& error, ErrorCode code) {
+    if (!error) return ::testing::AssertionFailure() << "no error, expected " << VXCloudError::rawValue(code);
+    if (error->errorCode == code) return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << "error " << error->getErrorCode() << ", expected "
+                                         << VXCloudError::rawValue(code);
+}
+
 void RecordingDelegate::record(SessionEvent event) {
     std::lock_guard lock(mutex_);
     events_.push_back(std::move(event));

@@ -45,6 +45,8 @@ std::string describe(const SessionEvent& event);
 // Whether the outcome is a failure of that kind with that error code; told with the
 // outcome that came instead.
 ::testing::AssertionResult failedWith(const SessionEvent& event, SessionEvent::Kind kind, ErrorCode code);
+// Whether there is an error and it carries that code.
+::testing::AssertionResult hasErrorCode(const std::shared_ptr<VXCloudError>& error, ErrorCode code);
 
 // Records outcome callbacks and progress reports, from whatever thread they arrive on.
 class RecordingDelegate : public VXCloudSessionDelegate, public VXCloudProgressDelegate {

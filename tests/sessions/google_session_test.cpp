@@ -266,8 +266,7 @@ TEST_F(GoogleDriveSession, MoveReportsFilesWithoutAStoredCopyAsNotMoved) {
 TEST_F(GoogleDriveSession, SettingsDownloadChecksTheNamedFolder) {
     auto [none, noneError] = settings();
     EXPECT_EQ(none, nullptr);
-    ASSERT_NE(noneError, nullptr);
-    EXPECT_EQ(noneError->errorCode, ErrorCode::missingFolder);
+    EXPECT_TRUE(hasErrorCode(noneError, ErrorCode::missingFolder));
 
     auto scans = fx_.makeFolder("Scans Here");
     ASSERT_TRUE(fx_.storeSettings(*scans));
@@ -281,28 +280,24 @@ TEST_F(GoogleDriveSession, SettingsDownloadChecksTheNamedFolder) {
     ASSERT_TRUE(fx_.trash(*scans->id));
     auto [trashedRecord, trashedError] = settings();
     EXPECT_NE(trashedRecord, nullptr);
-    ASSERT_NE(trashedError, nullptr);
-    EXPECT_EQ(trashedError->errorCode, ErrorCode::missingFolder);
+    EXPECT_TRUE(hasErrorCode(trashedError, ErrorCode::missingFolder));
 
     const std::string settingsId = idOf(*session_->rootFolder(), ".quillosettings");
     ASSERT_TRUE(fx_.replaceContent(settingsId, "not json"));
     auto [garbled, garbledError] = settings();
     EXPECT_NE(garbled, nullptr);
-    ASSERT_NE(garbledError, nullptr);
-    EXPECT_EQ(garbledError->errorCode, ErrorCode::missingFolder);
+    EXPECT_TRUE(hasErrorCode(garbledError, ErrorCode::missingFolder));
 
     fault("files/list", "status=500;error=backendError;retry-after=0");
     auto [failed, failedError] = settings();
     EXPECT_EQ(failed, nullptr);
-    ASSERT_NE(failedError, nullptr);
-    EXPECT_EQ(failedError->errorCode, ErrorCode::connection);
+    EXPECT_TRUE(hasErrorCode(failedError, ErrorCode::connection));
     fx_.sandbox().clearFaults();
 
     fault("files/get", "status=403;error=appNotAuthorizedToFile");
     auto [refused, refusedError] = settings();
     EXPECT_EQ(refused, nullptr);
-    ASSERT_NE(refusedError, nullptr);
-    EXPECT_EQ(refusedError->errorCode, ErrorCode::authentication);
+    EXPECT_TRUE(hasErrorCode(refusedError, ErrorCode::authentication));
 }
 
 // The classifier's table, row by row, from the sandbox's error bodies.
