@@ -125,5 +125,24 @@ TEST_F(UploadQueueTest, OperationForwardsTheOutcomeBeforeFreeingItsSlot) {
     EXPECT_EQ(announced->list, expected);
 }
 
+TEST(UploadOperationDeathTest, AnOperationMissingAPartStopsTheProcess) {
+    // The engine's worker threads may already run in this process.
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    auto script = std::make_shared<Script>();
+    const auto session = std::make_shared<ScriptedSession>(account("op@example.com"), script);
+    const auto receiver = std::make_shared<CountingDelegate>();
+    const auto file = std::make_shared<VXCloudFile>("a.pdf", false, false);
+    const auto folder = std::make_shared<VXCloudFile>("Scans", true, false);
+    EXPECT_DEATH(UploadOperation(nullptr, receiver, file, folder, true), "needs a session");
+    EXPECT_DEATH(UploadOperation(session, nullptr, file, folder, true), "needs a session");
+    EXPECT_DEATH(UploadOperation(session, receiver, nullptr, folder, true), "needs a session");
+    EXPECT_DEATH(UploadOperation(session, receiver, file, nullptr, false), "needs a session");
+    // With all of them it is built idle: nothing is asked of the session until started.
+    const UploadOperation complete(session, receiver, file, folder, false);
+    EXPECT_FALSE(complete.isExecuting());
+    EXPECT_FALSE(complete.isFinished());
+    EXPECT_EQ(script->count(), 0u);
+}
+
 }  // namespace
 }  // namespace vxcloud::enginetest

@@ -169,6 +169,31 @@ TEST_F(UploadTaskTest, NewRecordMergesOverTheHostsEarlierRecord) {
         "status": "error", "error": "storage_quota_reached", "needsUpdate": true})"));
 }
 
+TEST_F(UploadTaskTest, TwoOutcomesForOneAccountAreTwoEntriesEachOverTheHostsRecord) {
+    const auto a = account("a@example.com");
+    const Json earlier = Json::parse(R"([
+        {"accountId": "a@example.com", "accountType": "dropbox", "documentId": "Old.pdf", "version": "v1"}
+    ])");
+
+    // The same account twice in one request: two uploads, two outcomes, two entries.
+    EXPECT_EQ(upload(document(), {a, a}, earlier).size(), 2u);
+    ASSERT_TRUE(script->waitForCalls(2));
+    answerUpload(script->call(0), "v2");
+    failUpload(script->call(1), ErrorCode::connection);
+    ASSERT_TRUE(notifications->waitFor(1));
+    const Json records = uploadStatusOf(0)["uploadStatusResponse"];
+    // In the order recorded; the second is merged over the host's record, not the first
+    // outcome, so it carries the host's version.
+    EXPECT_EQ(records, Json::parse(R"([
+        {"accountId": "a@example.com", "accountType": "dropbox", "needsRenameUpdate": false,
+         "documentId": "Scan.pdf", "version": "v2", "needsUpdate": false, "status": "successful",
+         "error": ""},
+        {"accountId": "a@example.com", "accountType": "dropbox", "needsRenameUpdate": false,
+         "documentId": "Scan.pdf", "version": "v1", "needsUpdate": true, "status": "error",
+         "error": "connection"}
+    ])"));
+}
+
 TEST_F(UploadTaskTest, AccountWithoutSessionIsReportedAsAuthentication) {
     const auto a = account("a@example.com");
     const auto b = account("b@example.com");

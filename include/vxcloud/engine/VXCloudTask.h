@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "vxcloud/engine/VXCloudUtils.h"
 #include "vxcloud/platform/ByteBuffer.h"
 #include "vxcloud/platform/Dispatch.h"
 #include "vxcloud/platform/Json.h"
@@ -33,6 +34,7 @@ enum class ReachabilityStatus { notReachable = 0, reachableViaWWAN = 1, reachabl
 // record objects; an absent list is an empty JsonBox. Identifiers are the host's own JSON
 // values, echoed back untouched.
 class VXCloudTask : public VXCloudSessionDelegate,
+                    public Utilities,
                     public std::enable_shared_from_this<VXCloudTask> {
 public:
     static std::shared_ptr<VXCloudTask> create();

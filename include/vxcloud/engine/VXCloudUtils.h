@@ -32,6 +32,13 @@ struct VXCloudStack {
     bool isEmpty() const noexcept { return array.empty(); }
 };
 
+// Marks a type that uses these helpers (the task); it asks nothing of its adopters.
+struct Utilities {
+protected:
+    Utilities() = default;
+    ~Utilities() = default;
+};
+
 // The content type told by the first byte alone (0 for an empty buffer): "%" is PDF,
 // "F" plain text, and so on; anything unknown is "application/octet-stream".
 std::string mimeType(const ByteBuffer& data);
