@@ -2,10 +2,12 @@
 
 #include <nlohmann/json.hpp>
 
+#include "model/KeychainSearch.h"
 #include "vxcloud/platform/Log.h"
 #include "vxcloud/platform/SecureStore.h"
 
 namespace vxcloud {
+namespace keychain {
 namespace {
 
 // The attributes of a found item, as a keychain search returns them with attributes
@@ -21,8 +23,8 @@ Json attributesOf(const SecureItem& item) {
     return attributes;
 }
 
-// A search's result in the keychain's shape: a limit of one gives the item's dictionary
-// itself, any other limit a list of dictionaries. Nothing when no item matched.
+}  // namespace
+
 std::optional<Json> search(const SecureStore& store, const SecureQuery& query) {
     const std::vector<SecureItem> items = store.find(query);
     if (items.empty()) return std::nullopt;
@@ -32,7 +34,19 @@ std::optional<Json> search(const SecureStore& store, const SecureQuery& query) {
     return list;
 }
 
-}  // namespace
+std::vector<std::shared_ptr<VXCloudAccount>> accountsFromSearchResult(
+    const std::optional<Json>& result) {
+    std::vector<std::shared_ptr<VXCloudAccount>> accounts;
+    if (!result || !result->is_array()) return accounts;
+    for (const Json& dictionary : *result) {
+        if (!dictionary.is_object()) continue;
+        if (auto account = VXCloudAccount::initWithDictionary(dictionary))
+            accounts.push_back(std::move(account));
+    }
+    return accounts;
+}
+
+}  // namespace keychain
 
 VXCloudKeychain& VXCloudKeychain::sharedInstance() {
     static VXCloudKeychain instance;
@@ -64,13 +78,7 @@ std::vector<std::shared_ptr<VXCloudAccount>> VXCloudKeychain::getCloudAccounts(
         query.type = rawValue(cloudService);
         query.account = accountName;
         query.limit = accountName ? 1 : 0;
-        const std::optional<Json> result = search(*store, query);
-        if (!result || !result->is_array()) return accounts;
-        for (const Json& dictionary : *result) {
-            if (!dictionary.is_object()) continue;
-            if (auto account = VXCloudAccount::initWithDictionary(dictionary))
-                accounts.push_back(std::move(account));
-        }
+        accounts = keychain::accountsFromSearchResult(keychain::search(*store, query));
     } catch (const std::exception& e) {
         log::error("keychain", std::string("the account items could not be read: ") + e.what());
         accounts.clear();

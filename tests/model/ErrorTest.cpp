@@ -156,6 +156,8 @@ TEST(CloudErrorClassifiers, Box) {
             {"403", boxBody(403, json::object()), E::authentication},
             {"402", boxBody(402, json::object()), E::fileUpload},
             {"405", boxBody(405, json::object()), E::fileUpload},
+            {"406", boxBody(406, json::object()), E::fileUpload},
+            {"407", boxBody(407, json::object()), E::fileUpload},
             {"408", boxBody(408, json::object()), E::fileUpload},
             {"404 folder", boxBody(404, folderMissing), E::missingFolder},
             {"404 file", boxBody(404, fileMissing), E::fileUpload},
@@ -175,19 +177,33 @@ TEST(CloudErrorClassifiers, Box) {
 }
 
 TEST(CloudErrorClassifiers, Evernote) {
-    std::vector<Row> rows;
-    for (int code : {3, 8, 9, 20, 24, 25, 26, 27})
-        rows.push_back({"auth", evernote(code), E::authentication});
-    for (int code : {6, 19, 21}) rows.push_back({"quota", evernote(code), E::storageQuotaReached});
-    rows.push_back({"7", evernote(7), E::monthlyQuotaReached});
-    rows.push_back({"10", evernote(10), E::fileConflict});
-    rows.push_back({"4 notebook", evernote(4, "Notebook.guid"), E::missingFolder});
-    rows.push_back({"4 other parameter", evernote(4, "Note.title"), E::connection});
-    rows.push_back({"4 no parameter", evernote(4), E::connection});
-    rows.push_back({"4 wrong case", evernote(4, "notebook.guid"), E::connection});
-    for (int code : {1, 2, 5, 11, 28}) rows.push_back({"other", evernote(code), E::fileUpload});
-    rows.push_back({"no code", status(500), E::fileUpload});
-    expectRows(rows, &VXCloudError::errorCodeFromEvernoteError);
+    expectRows(
+        {
+            {"3 PERMISSION_DENIED", evernote(3), E::authentication},
+            {"8 INVALID_AUTH", evernote(8), E::authentication},
+            {"9 AUTH_EXPIRED", evernote(9), E::authentication},
+            {"20 BUSINESS_SECURITY_LOGIN_REQUIRED", evernote(20), E::authentication},
+            {"24 USER_NOT_ASSOCIATED", evernote(24), E::authentication},
+            {"25 USER_NOT_REGISTERED", evernote(25), E::authentication},
+            {"26 USER_ALREADY_ASSOCIATED", evernote(26), E::authentication},
+            {"27 ACCOUNT_CLEAR", evernote(27), E::authentication},
+            {"4 INTERNAL_ERROR, Notebook.guid", evernote(4, "Notebook.guid"), E::missingFolder},
+            {"4 other parameter", evernote(4, "Note.title"), E::connection},
+            {"4 no parameter", evernote(4), E::connection},
+            {"4 parameter case matters", evernote(4, "notebook.guid"), E::connection},
+            {"6 LIMIT_REACHED", evernote(6), E::storageQuotaReached},
+            {"19 RATE_LIMIT_REACHED", evernote(19), E::storageQuotaReached},
+            {"21 DEVICE_LIMIT_REACHED", evernote(21), E::storageQuotaReached},
+            {"7 QUOTA_REACHED", evernote(7), E::monthlyQuotaReached},
+            {"10 DATA_CONFLICT", evernote(10), E::fileConflict},
+            {"1 UNKNOWN", evernote(1), E::fileUpload},
+            {"2 BAD_DATA_FORMAT", evernote(2), E::fileUpload},
+            {"5 DATA_REQUIRED", evernote(5), E::fileUpload},
+            {"11 ENML_VALIDATION", evernote(11), E::fileUpload},
+            {"28 SSO_AUTHENTICATION_REQUIRED", evernote(28), E::fileUpload},
+            {"no code", status(500), E::fileUpload},
+        },
+        &VXCloudError::errorCodeFromEvernoteError);
 }
 
 ProviderError dropboxUpload(const char* body) {

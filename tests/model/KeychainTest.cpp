@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <nlohmann/json.hpp>
+
+#include "../../src/model/KeychainSearch.h"
 #include "support/TempFolder.h"
 #include "vxcloud/model/VXCloudKeychain.h"
 #include "vxcloud/platform/SecureStore.h"
@@ -61,6 +64,44 @@ TEST_F(KeychainTest, GetCloudAccountsYieldsNoAccountsFromItsItems) {
     // A search by name finds one item, answered as a single dictionary, not a list.
     EXPECT_TRUE(keychain.getCloudAccounts(VXCloudService::dropbox, "a@x").empty());
     EXPECT_TRUE(keychain.getCloudAccounts(VXCloudService::dropbox, "nobody").empty());
+}
+
+// The shape rules on their own: with items that could make accounts, a limited search
+// still yields none because its answer is one dictionary, not a list.
+TEST_F(KeychainTest, SearchShapesAndWhichAnswersMakeAccounts) {
+    using nlohmann::json;
+    SecureQuery query;
+    query.itemClass = VXCloudKeychain::kItemClass;
+    query.type = rawValue(VXCloudService::box);
+    EXPECT_EQ(keychain::search(*store_, query), std::nullopt);  // no item: no answer
+
+    for (const char* email : {"b@x", "a@x"})
+        ASSERT_EQ(store_->add({{VXCloudKeychain::kItemClass, rawValue(VXCloudService::box), email, {}},
+                               std::nullopt}),
+                  SecureStatus::success);
+    const auto all = keychain::search(*store_, query);
+    ASSERT_TRUE(all && all->is_array());
+    ASSERT_EQ(all->size(), 2u);
+    EXPECT_EQ((*all)[0]["acct"], "b@x");  // the store's order, not sorted
+    EXPECT_EQ((*all)[1]["acct"], "a@x");
+    EXPECT_EQ((*all)[0]["type"], 4);
+    query.account = "a@x";
+    query.limit = 1;
+    const auto one = keychain::search(*store_, query);
+    ASSERT_TRUE(one);
+    EXPECT_TRUE(one->is_object());
+    EXPECT_EQ((*one)["acct"], "a@x");
+
+    const json first = VXCloudAccount("u1", "b@x", VXCloudService::box).toDict();
+    const json second = VXCloudAccount("u2", "a@x", VXCloudService::box).toDict();
+    const auto fromList = keychain::accountsFromSearchResult(
+        json::array({first, json{{"acct", "c@x"}, {"type", 4}}, 17, second}));
+    ASSERT_EQ(fromList.size(), 2u);
+    EXPECT_EQ(fromList[0]->userId, "u1");
+    EXPECT_EQ(fromList[1]->userId, "u2");
+    EXPECT_TRUE(keychain::accountsFromSearchResult(first).empty());
+    EXPECT_TRUE(keychain::accountsFromSearchResult(std::nullopt).empty());
+    EXPECT_TRUE(keychain::accountsFromSearchResult(json("u1")).empty());
 }
 
 TEST_F(KeychainTest, UnwritableStoreAnswersFalse) {

@@ -97,21 +97,29 @@ TEST(CloudUtils, MimeTypeByFirstByte) {
 }
 
 TEST(CloudUtils, ServiceNamesAndImages) {
+    namespace fs = std::filesystem;
     const char* names[] = {"Google Drive", "Dropbox", "OneDrive", "OneNote", "Box", "Evernote", "WebDAV"};
+    const char* icons[] = {"google-drive", "dropbox", "onedrive", "onenote", "box", "evernote", "webdav"};
     for (std::size_t i = 0; i < allCloudServices.size(); ++i) {
         EXPECT_EQ(displayName(allCloudServices[i]), names[i]);
         auto path = image(allCloudServices[i]);
         ASSERT_TRUE(path) << names[i];
-        EXPECT_TRUE(std::filesystem::is_regular_file(*path));
+        EXPECT_TRUE(fs::is_regular_file(*path));
+        EXPECT_EQ(fs::path(*path).stem(), icons[i]);
     }
-    for (auto status : {&VXCloudUploadImage, &VXCloudPendingImage, &VXCloudSuccessImage,
-                        &VXCloudAccountErrorImage, &VXCloudConnectionErrorImage}) {
-        auto path = status();
-        ASSERT_TRUE(path);
-        EXPECT_TRUE(std::filesystem::is_regular_file(*path)) << *path;
+    const std::pair<std::optional<std::string> (*)(), const char*> statusImages[] = {
+        {&VXCloudUploadImage, "upload"},
+        {&VXCloudPendingImage, "upload-pending"},
+        {&VXCloudSuccessImage, "upload-success"},
+        {&VXCloudAccountErrorImage, "account-error"},
+        {&VXCloudConnectionErrorImage, "connection-error"},
+    };
+    for (const auto& [function, name] : statusImages) {
+        auto path = function();
+        ASSERT_TRUE(path) << name;
+        EXPECT_TRUE(fs::is_regular_file(*path)) << *path;
+        EXPECT_EQ(fs::path(*path).stem(), name);
     }
-    EXPECT_NE(VXCloudPendingImage()->find("upload-pending"), std::string::npos);
-    EXPECT_NE(VXCloudConnectionErrorImage()->find("connection-error"), std::string::npos);
 }
 
 TEST(CloudUtils, StackIsLastInFirstOut) {
