@@ -1,7 +1,7 @@
 #include <thread>
 
 #include "DropboxWire.h"
-#include "vxcloud/auth/VXCloudTokenStore.h"
+#include "providers/oauth/ClientForAccount.h"
 #include "vxcloud/platform/Log.h"
 
 namespace vxcloud::dropbox {
@@ -162,12 +162,7 @@ DropboxClient::DropboxClient(std::shared_ptr<oauth::TokenProvider> tokens, Clien
       http_(options_.http ? options_.http : HttpClient::shared()) {}
 
 std::shared_ptr<DropboxClient> DropboxClient::forUser(const std::string& userId) {
-    if (userId.empty() || !VXCloudTokenStore::load(VXCloudService::dropbox, userId)) return nullptr;
-    ClientOptions options;
-    options.endpoints = VXCloudServiceConfig::endpoints(VXCloudService::dropbox);
-    options.limits = VXCloudServiceConfig::uploadLimits(VXCloudService::dropbox);
-    auto tokens = std::make_shared<oauth::TokenProvider>(VXCloudService::dropbox, userId);
-    return std::make_shared<DropboxClient>(std::move(tokens), std::move(options));
+    return oauth::clientForAccount<DropboxClient, ClientOptions>(VXCloudService::dropbox, userId);
 }
 
 Result<HttpResponse> DropboxClient::send(const Request& request) {

@@ -4,7 +4,7 @@
 #include <thread>
 
 #include "GoogleDriveRequest.h"
-#include "vxcloud/auth/VXCloudTokenStore.h"
+#include "providers/oauth/ClientForAccount.h"
 #include "vxcloud/platform/Log.h"
 
 namespace vxcloud::drive {
@@ -72,12 +72,7 @@ GoogleDriveClient::GoogleDriveClient(std::shared_ptr<oauth::TokenProvider> token
       http_(options_.http ? options_.http : HttpClient::shared()) {}
 
 std::shared_ptr<GoogleDriveClient> GoogleDriveClient::forStorageName(const std::string& storageName) {
-    if (storageName.empty() || !VXCloudTokenStore::load(VXCloudService::googleDrive, storageName)) return nullptr;
-    ClientOptions options;
-    options.endpoints = VXCloudServiceConfig::endpoints(VXCloudService::googleDrive);
-    options.limits = VXCloudServiceConfig::uploadLimits(VXCloudService::googleDrive);
-    auto tokens = std::make_shared<oauth::TokenProvider>(VXCloudService::googleDrive, storageName);
-    return std::make_shared<GoogleDriveClient>(std::move(tokens), std::move(options));
+    return oauth::clientForAccount<GoogleDriveClient, ClientOptions>(VXCloudService::googleDrive, storageName);
 }
 
 Result<HttpResponse> GoogleDriveClient::send(const Request& request) {
