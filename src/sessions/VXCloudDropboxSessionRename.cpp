@@ -2,6 +2,7 @@
 // stored again from the host's regenerated PDF and then moved.
 #include "sessions/VXCloudDropboxSessionSupport.h"
 #include "vxcloud/model/VXCloudFile.h"
+#include "vxcloud/platform/Log.h"
 #include "vxcloud/sessions/VXCloudDropboxSession.h"
 
 namespace vxcloud {
@@ -15,6 +16,11 @@ void VXCloudDropboxSession::renameWithCloudFile(std::shared_ptr<VXCloudFile> fil
     runInBackground([this, file, newName = std::move(newFileName), parent = std::move(inParentFolder),
                      overwrite = overwriteExistingFile, createPDFBlock = std::move(createPDFBlock)] {
         if (!file) return reportRenameFailed(file, makeError(ErrorCode::fileUpload));
+        if (!isStorableName(newName) || !isStorableName(file->getNameFromUploadStatus())) {
+            // A "/" would move the document into a sub-folder instead of renaming it.
+            log::warning("dropbox", "a name that is empty or holds \"/\" cannot be given on Dropbox");
+            return reportRenameFailed(file, makeError(ErrorCode::fileUpload));
+        }
         const std::string prefix = folderPrefix(parent);
         const std::string currentPath = prefix + file->getNameFromUploadStatus();
         const std::string newPath = prefix + newName;

@@ -33,4 +33,8 @@ std::string listingPath(const std::string& folderPrefix) {
     return folderPrefix == "/" ? std::string() : folderPrefix;
 }
 
+bool isStorableName(const std::string& name) {
+    return !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos;
+}
+
 }  // namespace vxcloud::dropbox_session

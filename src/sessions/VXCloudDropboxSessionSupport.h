@@ -21,6 +21,10 @@ ErrorCode errorCodeFromCallError(const dropbox::CallError& error, RouteErrors ro
 // Dropbox lists its top folder as "" and refuses "/"; other folders have no trailing "/".
 std::string listingPath(const std::string& folderPrefix);
 
+// Whether a document or folder name can be the last element of a Dropbox path. A "/" in it
+// would address a sub-folder (which Dropbox creates on the way) instead of the name itself.
+bool isStorableName(const std::string& name);
+
 // Shared with the other sessions.
 using sessions::adoptServiceFields;
 using sessions::equalsIgnoringCase;

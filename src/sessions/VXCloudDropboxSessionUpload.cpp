@@ -3,6 +3,7 @@
 // overwriting is allowed).
 #include "sessions/VXCloudDropboxSessionSupport.h"
 #include "vxcloud/model/VXCloudFile.h"
+#include "vxcloud/platform/Log.h"
 #include "vxcloud/sessions/VXCloudDropboxSession.h"
 
 namespace vxcloud {
@@ -15,6 +16,12 @@ void VXCloudDropboxSession::uploadWithCloudFile(std::shared_ptr<VXCloudFile> fil
                                                 bool overwriteExistingFile) {
     runInBackground([this, file, parent = std::move(inParentFolder), overwriteExistingFile] {
         if (!file) return reportUploadFailed(file, ErrorCode::fileUpload);
+        // The name that becomes the path's last element: refused rather than stored elsewhere.
+        const std::string pathName = file->isFolder ? file->name : file->getNameFromUploadStatus();
+        if (!isStorableName(pathName)) {
+            log::warning("dropbox", "a name that is empty or holds \"/\" cannot be stored on Dropbox");
+            return reportUploadFailed(file, ErrorCode::fileUpload);
+        }
         if (file->isFolder) return uploadFolder(file, parent);
         if (file->localVersion || hasUploadStatus(*file)) return reupload(file, parent, overwriteExistingFile);
         // The settings document is rewritten whenever the upload folder changes.

@@ -58,6 +58,9 @@ std::optional<std::vector<VXCloudGoogleDriveSession::Pair>> VXCloudGoogleDriveSe
 void VXCloudGoogleDriveSession::moveWithCloudFiles(VXCloudFileList files, std::shared_ptr<VXCloudFile> fromFolder,
                                                    std::shared_ptr<VXCloudFile> toFolder) {
     runInBackground([this, files = std::move(files), from = std::move(fromFolder), to = std::move(toFolder)] {
+        // A target without an id would leave each file with no parent at all: nothing moves.
+        const std::string toId = folderId(to, false);
+        if (toId.empty()) return report::moved(self(), {}, files);
         const auto pairs = findFiles(files, from);
         if (!pairs) return report::moved(self(), {}, files);
 
@@ -70,8 +73,9 @@ void VXCloudGoogleDriveSession::moveWithCloudFiles(VXCloudFileList files, std::s
             if (pair.record) pair.record->error = VXCloudError(ErrorCode::missingFolder).getErrorCode();
             outcome->notMoved.push_back(pair.record);
         }
-        const std::string fromId = folderId(from, false);
-        const std::string toId = folderId(to, false);
+        // The parent to give up is the folder the files were found in (an empty id there
+        // stands for the top folder); Drive refuses a second parent.
+        const std::string fromId = folderId(from, true);
         for (const auto& pair : *pairs) {
             if (!pair.file || !pair.file->identifier) continue;
             group->enter();

@@ -437,6 +437,24 @@ TEST_F(DropboxSession, NamesWithUnusualCharactersAreStoredExactly) {
         EXPECT_EQ(event.file->name, name);
         EXPECT_EQ(remote("/" + name), "%PDF-" + name);
     }
+
+    // A "/" would address a sub-folder, which Dropbox makes on the way: such names are
+    // refused before anything is sent, for documents, folders and renames alike.
+    fx_.sandbox().resetStats();
+    auto slashed = upload(makeDocument("2024/05 receipt.pdf", "%PDF-slash"), session_->rootFolder(), false);
+    EXPECT_TRUE(failedWith(slashed, Kind::uploadFailed, ErrorCode::fileUpload));
+    EXPECT_EQ(slashed.file->name, "2024/05 receipt.pdf");
+    slashed = upload(std::make_shared<VXCloudFile>("a/b", true, false), session_->rootFolder(), false);
+    EXPECT_TRUE(failedWith(slashed, Kind::uploadFailed, ErrorCode::fileUpload));
+    auto doc = stored("plain.pdf", "%PDF-plain", session_->rootFolder());
+    fx_.sandbox().resetStats();
+    slashed = rename(doc, "sub/plain.pdf", session_->rootFolder(), false);
+    EXPECT_TRUE(failedWith(slashed, Kind::renameFailed, ErrorCode::fileUpload));
+    EXPECT_EQ(fx_.requests("files/list_folder") + fx_.requests("files/move_v2"), 0);
+    EXPECT_EQ(remote("/plain.pdf"), "%PDF-plain");
+    const auto top = fx_.sandbox().listState("dropbox").dump();
+    EXPECT_EQ(top.find("2024"), std::string::npos) << top;
+    EXPECT_EQ(top.find("\"sub\""), std::string::npos) << top;
 }
 
 }  // namespace

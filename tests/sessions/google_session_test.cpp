@@ -255,6 +255,22 @@ TEST_F(GoogleDriveSession, MoveReportsFilesWithoutAStoredCopyAsNotMoved) {
     EXPECT_EQ(event.files.size(), 2u);
     EXPECT_TRUE(event.notMoved.empty());
 
+    // A source whose id is empty is the top folder, where the file is found and which it
+    // leaves; a target without an id would leave it with no parent, so nothing moves there.
+    auto top = std::make_shared<VXCloudFile>("Top", true, false);
+    top->id = "";
+    auto atTop = stored("at-top.pdf", "%PDF-top", session_->rootFolder());
+    event = move({atTop}, top, to);
+    EXPECT_EQ(event.files, (VXCloudFileList{atTop}));
+    EXPECT_EQ(fx_.remoteContent(*to, "at-top.pdf"), "%PDF-top");
+    EXPECT_EQ(fx_.remoteContent(*session_->rootFolder(), "at-top.pdf"), std::nullopt);
+    fx_.sandbox().resetStats();
+    event = move({atTop}, to, top);
+    EXPECT_TRUE(event.files.empty());
+    EXPECT_EQ(event.notMoved, (VXCloudFileList{atTop}));
+    EXPECT_EQ(fx_.requests("files/update"), 0);
+    EXPECT_EQ(fx_.remoteContent(*to, "at-top.pdf"), "%PDF-top");
+
     // A lookup that fails ends the request with every file not moved.
     auto back = makeStoredDocument(*fx_.account(), "present.pdf", md5("%PDF-present"), "%PDF-present", std::nullopt);
     fault("files/list", "status=404;error=notFound");
