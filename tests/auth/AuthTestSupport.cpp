@@ -2,12 +2,29 @@
 
 #include <any>
 #include <atomic>
+#include <future>
 
+#include "vxcloud/engine/VXCloudSessionFactory.h"
 #include "vxcloud/model/VXCloudConstants.h"
 #include "vxcloud/platform/Dispatch.h"
 #include "vxcloud/sessions/VXCloudServiceConfig.h"
+#include "vxcloud/sessions/VXCloudSession.h"
 
 namespace vxcloud::testing {
+
+ErrorCode codeOf(const PostedResult& posted) {
+    return posted.result && posted.result->cloudError() ? posted.result->cloudError()->errorCode
+                                                         : ErrorCode::fileUpload;
+}
+
+bool sessionIsAuthorized(const std::shared_ptr<VXCloudAccount>& account) {
+    auto session = initCloudSession(account);
+    if (!session) return false;
+    auto answer = std::make_shared<std::promise<bool>>();
+    auto future = answer->get_future();
+    session->isAuthorizedWithCompletion([answer](bool authorized) { answer->set_value(authorized); });
+    return future.wait_for(20s) == std::future_status::ready && future.get();
+}
 
 // SandboxBrowser
 

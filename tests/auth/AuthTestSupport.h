@@ -40,6 +40,12 @@ struct PostedResult {
     bool onMainQueue = false;
 };
 
+// The error code a failed sign-in reported (fileUpload when it names none).
+ErrorCode codeOf(const PostedResult& posted);
+
+// Whether a session made for the account, as the engine makes one, says it is authorised.
+bool sessionIsAuthorized(const std::shared_ptr<VXCloudAccount>& account);
+
 // Plays the person in a browser: "opens" the authorize URL by deciding at the sandbox's
 // authorize page and following its redirect to the app's loopback listener.
 class SandboxBrowser : public VXCloudUserAgent {

@@ -1,35 +1,17 @@
 // Dropbox's sign-in beyond what every service shares: offline access, the account look-up
 // after the exchange, a pasted redirect, the ways a sign-in ends without a redirect, and
 // secrets kept out of logs and results.
-#include <future>
-
 #include "auth/AuthTestSupport.h"
 #include "vxcloud/auth/VXCloudTokenStore.h"
-#include "vxcloud/engine/VXCloudSessionFactory.h"
 #include "vxcloud/model/VXCloudConstants.h"
 #include "vxcloud/model/VXCloudUserDefaults.h"
 #include "vxcloud/platform/Log.h"
-#include "vxcloud/sessions/VXCloudSession.h"
 
 namespace vxcloud::testing {
 namespace {
 
 using Action = SandboxBrowser::Action;
 constexpr const char* kTokenRoute = "dropbox/oauth2/token";
-
-bool sessionIsAuthorized(const std::shared_ptr<VXCloudAccount>& account) {
-    auto session = initCloudSession(account);
-    if (!session) return false;
-    auto answer = std::make_shared<std::promise<bool>>();
-    auto future = answer->get_future();
-    session->isAuthorizedWithCompletion([answer](bool authorized) { answer->set_value(authorized); });
-    return future.wait_for(20s) == std::future_status::ready && future.get();
-}
-
-ErrorCode codeOf(const PostedResult& posted) {
-    return posted.result && posted.result->cloudError() ? posted.result->cloudError()->errorCode
-                                                         : ErrorCode::fileUpload;
-}
 
 class DropboxLink : public AuthTest {};
 

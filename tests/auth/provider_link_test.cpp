@@ -1,13 +1,9 @@
 // What every OAuth sign-in must do, run for each service against the sandbox: approve,
 // deny, a forged redirect, token endpoint errors, linking twice, and a revoked refresh
 // token found by the start-up check.
-#include <future>
-
 #include "auth/AuthTestSupport.h"
 #include "vxcloud/auth/VXCloudTokenStore.h"
-#include "vxcloud/engine/VXCloudSessionFactory.h"
 #include "vxcloud/model/VXCloudUserDefaults.h"
-#include "vxcloud/sessions/VXCloudSession.h"
 
 namespace vxcloud::testing {
 namespace {
@@ -39,20 +35,6 @@ protected:
             if (account->cloudService == service()) out.push_back(account);
         }
         return out;
-    }
-
-    static bool sessionIsAuthorized(const std::shared_ptr<VXCloudAccount>& account) {
-        auto session = initCloudSession(account);
-        if (!session) return false;
-        auto answer = std::make_shared<std::promise<bool>>();
-        auto future = answer->get_future();
-        session->isAuthorizedWithCompletion([answer](bool authorized) { answer->set_value(authorized); });
-        return future.wait_for(20s) == std::future_status::ready && future.get();
-    }
-
-    static ErrorCode codeOf(const PostedResult& posted) {
-        return posted.result && posted.result->cloudError() ? posted.result->cloudError()->errorCode
-                                                             : ErrorCode::fileUpload;
     }
 };
 
