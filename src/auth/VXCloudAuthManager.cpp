@@ -127,6 +127,10 @@ void VXCloudAuthManager::authorize(std::shared_ptr<VXCloudUserAgent> fromViewCon
     postAuthNotification(unavailable("Unknown service."));
 }
 
+bool VXCloudAuthManager::offersSignIn(VXCloudService cloudService) {
+    return cloudService == VXCloudService::googleDrive || cloudService == VXCloudService::dropbox;
+}
+
 void VXCloudAuthManager::handleGoogleDriveAuth(std::shared_ptr<VXCloudUserAgent> fromExternalUserAgent) {
     auto info = googleDriveInfo();
     if (!info) fatal(kGoogleSetupMissing);

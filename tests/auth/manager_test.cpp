@@ -69,12 +69,15 @@ TEST_F(AuthManager, ServicesWithoutASignInPostAnErrorAndNeverOpenAPage) {
     for (VXCloudService service : {VXCloudService::oneDrive, VXCloudService::oneNote, VXCloudService::box,
                                    VXCloudService::evernote, VXCloudService::webDAV}) {
         SCOPED_TRACE(accountType(service));
+        EXPECT_FALSE(VXCloudAuthManager::offersSignIn(service)) << "a host would ask for credentials it cannot use";
         manager().authorize(browser, service);
         const PostedResult posted = expectOneResult();
         EXPECT_EQ(posted.dict, json({{"status", "error"}}));
         ASSERT_TRUE(posted.result.has_value());
         EXPECT_FALSE(posted.result->message().empty());
     }
+    EXPECT_TRUE(VXCloudAuthManager::offersSignIn(VXCloudService::dropbox));
+    EXPECT_TRUE(VXCloudAuthManager::offersSignIn(VXCloudService::googleDrive));
     // Dropbox before setup: an error, not a crash.
     manager().setup(nullptr, nullptr);
     manager().authorize(browser, VXCloudService::dropbox);

@@ -1,13 +1,18 @@
-// The pieces under every sign-in: PKCE values, redirect parsing and the loopback listener.
+// The pieces under every sign-in: PKCE values, redirect parsing, the loopback listener
+// and the code exchange.
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <map>
+#include <mutex>
 #include <set>
 
 #include "../../src/auth/LoopbackRedirectListener.h"
+#include "../../src/auth/OAuth2Flow.h"
 #include "../../src/auth/Pkce.h"
 #include "../../src/auth/RedirectUrl.h"
 #include "auth/AuthTestSupport.h"
+#include "support/LoopbackServer.h"
 
 namespace vxcloud::testing {
 namespace {
@@ -150,6 +155,113 @@ TEST(LoopbackRedirectListener, StopsFromItsOwnHandlerAndFromOutside) {
     EXPECT_TRUE(again) << error;
     EXPECT_FALSE(LoopbackRedirectListener::start(port, {}, &error)) << "the port is taken";
     EXPECT_FALSE(error.empty());
+}
+
+}  // namespace
+}  // namespace vxcloud::testing
+
+namespace vxcloud::testing {
+namespace {
+
+using namespace vxcloud::auth;
+
+// Records each token request's form and answers with a token.
+class TokenEndpoint {
+public:
+    TokenEndpoint()
+        : server_([this](httplib::Server& s) {
+              s.Post("/token", [this](const httplib::Request& request, httplib::Response& response) {
+                  {
+                      std::lock_guard lock(mutex_);
+                      forms_.emplace_back(request.params.begin(), request.params.end());
+                  }
+                  response.set_content(R"({"access_token":"at","token_type":"bearer","expires_in":3600})",
+                                       "application/json");
+              });
+          }) {}
+
+    std::string url() const { return server_.url("/token"); }
+    std::vector<std::map<std::string, std::string>> forms() const {
+        std::lock_guard lock(mutex_);
+        return forms_;
+    }
+
+private:
+    mutable std::mutex mutex_;
+    std::vector<std::map<std::string, std::string>> forms_;
+    test::LoopbackServer server_;
+};
+
+// Shows nothing; keeps the authorisation URL it was given.
+class RecordingAgent : public VXCloudUserAgent {
+public:
+    bool open(const std::string& url) override {
+        std::lock_guard lock(mutex_);
+        url_ = url;
+        return true;
+    }
+    std::string url() const {
+        std::lock_guard lock(mutex_);
+        return url_;
+    }
+
+private:
+    mutable std::mutex mutex_;
+    std::string url_;
+};
+
+TEST(OAuth2Flow, ExchangesTheCodeWithItsVerifierTheSameRedirectUriAndTheSecretWhenThereIsOne) {
+    TokenEndpoint endpoint;
+    for (const std::optional<std::string>& secret : {std::optional<std::string>("desktop-secret"),
+                                                    std::optional<std::string>()}) {
+        SCOPED_TRACE(secret.value_or("no secret"));
+        OAuth2Request request;
+        request.serviceName = "Test";
+        request.authorizeUrl = "http://127.0.0.1:1/authorize";
+        request.tokenUrl = endpoint.url();
+        request.clientId = "client";
+        request.clientSecret = secret;
+        std::mutex mutex;
+        std::optional<VXCloudAuthResult> outcome;
+        std::string grantedToken;
+        auto flow = OAuth2Flow::create(
+            request,
+            [&](const GrantedTokens& granted) {
+                std::lock_guard lock(mutex);
+                grantedToken = granted.token.accessToken;
+                return VXCloudAuthResult::cancel();
+            },
+            [&](const std::shared_ptr<OAuth2Flow>&, const VXCloudAuthResult& result) {
+                std::lock_guard lock(mutex);
+                outcome = result;
+            });
+        auto agent = std::make_shared<RecordingAgent>();
+        flow->start(agent);
+        const auto sent = redirectParameters(agent->url());
+        ASSERT_TRUE(sent.count("redirect_uri") && sent.count("state") && sent.count("code_challenge")) << agent->url();
+
+        ASSERT_TRUE(flow->handleRedirect(sent.at("redirect_uri") + "?code=the-code&state=" + sent.at("state")));
+        ASSERT_TRUE(waitUntil([&] {
+            std::lock_guard lock(mutex);
+            return outcome.has_value();
+        }));
+        EXPECT_EQ(grantedToken, "at");
+        ASSERT_FALSE(endpoint.forms().empty());
+        const auto form = endpoint.forms().back();
+        EXPECT_EQ(form.at("grant_type"), "authorization_code");
+        EXPECT_EQ(form.at("code"), "the-code");
+        EXPECT_EQ(form.at("client_id"), "client");
+        EXPECT_EQ(form.at("redirect_uri"), sent.at("redirect_uri")) << "the token request repeats it exactly";
+        EXPECT_EQ(codeChallengeS256(form.at("code_verifier")), sent.at("code_challenge"));
+        if (secret) {
+            EXPECT_EQ(form.at("client_secret"), *secret);
+        } else {
+            EXPECT_EQ(form.count("client_secret"), 0u) << "a PKCE client without a secret sends none";
+        }
+        // Single use: the same redirect again finishes nothing.
+        EXPECT_FALSE(flow->handleRedirect(sent.at("redirect_uri") + "?code=the-code&state=" + sent.at("state")));
+    }
+    EXPECT_EQ(endpoint.forms().size(), 2u);
 }
 
 }  // namespace

@@ -90,6 +90,9 @@ public:
     // setup() is a programming error and stops the program. Services whose sign-in this
     // build does not offer end at once with an error result.
     void authorize(std::shared_ptr<VXCloudUserAgent> fromViewController, VXCloudService cloudService);
+    // Whether this build has a sign-in for the service (a host can say so before asking
+    // for the service's app credentials). WebDAV accounts are never signed in to.
+    static bool offersSignIn(VXCloudService cloudService);
 
     // The per-service flows behind authorize().
     void handleGoogleDriveAuth(std::shared_ptr<VXCloudUserAgent> fromExternalUserAgent);
