@@ -1,7 +1,12 @@
 #include "AccountLinker.h"
 
+#include <poll.h>
+#include <unistd.h>
+
 #include <any>
 #include <atomic>
+#include <cerrno>
+#include <functional>
 #include <iostream>
 #include <mutex>
 #include <nlohmann/json.hpp>
@@ -85,6 +90,36 @@ void wakeMainQueue() {
     DispatchQueue::main()->async([] {});
 }
 
+// A line typed or pasted on stdin, trimmed; nothing at the end of input or once `done`
+// holds (the sign-in finished in a browser on this machine). The main queue runs meanwhile.
+// Reads the descriptor itself, so that lines pasted together are all seen.
+std::optional<std::string> pastedLine(const std::function<bool()>& done) {
+    static std::string pending;
+    while (pending.find('\n') == std::string::npos) {
+        if (done()) return std::nullopt;
+        pollfd ready{STDIN_FILENO, POLLIN, 0};
+        const int n = ::poll(&ready, 1, 200);
+        DispatchQueue::main()->drain();
+        if (n < 0 && errno != EINTR) return std::nullopt;
+        if (n <= 0) continue;
+        char buffer[4096];
+        const ssize_t got = ::read(STDIN_FILENO, buffer, sizeof buffer);
+        if (got < 0 && errno == EINTR) continue;
+        if (got <= 0) {
+            if (pending.empty()) return std::nullopt;
+            pending += '\n';  // a last line without its newline
+            break;
+        }
+        pending.append(buffer, static_cast<std::size_t>(got));
+    }
+    const auto newline = pending.find('\n');
+    std::string line = pending.substr(0, newline);
+    pending.erase(0, newline + 1);
+    const auto first = line.find_first_not_of(" \t\r");
+    if (first == std::string::npos) return std::string();
+    return line.substr(first, line.find_last_not_of(" \t\r") - first + 1);
+}
+
 }  // namespace
 
 void setUpAuthorization(HostContext& context) {
@@ -139,6 +174,9 @@ LinkResult linkAccount(HostContext& context, Prompter& prompter, const LinkReque
     const std::string name = displayName(request.service);
     if (request.service == VXCloudService::webDAV)
         throw CliError("WebDAV accounts are not signed in to; add one with: vxcloud webdav add", kExitUsage);
+    if (!VXCloudAuthManager::offersSignIn(request.service))
+        throw CliError("linking " + name + " accounts is not available in this version of vxcloud; it links " +
+                       signInServiceWords() + " accounts");
     const bool sandbox = context.sandbox() && context.sandbox()->providerName(request.service);
     if (context.sandbox() && !sandbox)
         throw CliError("the sandbox at " + context.sandbox()->baseUrl + " does not emulate " + name);
@@ -180,12 +218,15 @@ LinkResult linkAccount(HostContext& context, Prompter& prompter, const LinkReque
     if (!context.json() && !request.quiet) say(VXCloudString::LOADING_ACCOUNT() + "…");
     std::shared_ptr<SandboxSignInPage> page;
     std::shared_ptr<VXCloudUserAgent> agent;
-    if (sandbox) {
+    if (sandbox && !request.noBrowser && !request.paste) {
         page = std::make_shared<SandboxSignInPage>(request.as);
         agent = page;
     } else {
-        say("Sign in to " + name + " and allow access; this command waits for the sign-in to finish.");
-        agent = request.noBrowser ? VXCloudUserAgent::printing(std::cout) : VXCloudUserAgent::browserOrPrinting(std::cout);
+        say("Sign in to " + name + (sandbox ? " (the sandbox's page)" : "") +
+            " and allow access; this command waits for the sign-in to finish.");
+        // The sandbox's page is for a person only when one asked for it: never start a browser for it.
+        agent = request.noBrowser || sandbox ? VXCloudUserAgent::printing(std::cout)
+                                             : VXCloudUserAgent::browserOrPrinting(std::cout);
     }
     manager->authorize(agent, request.service);
 
@@ -193,17 +234,19 @@ LinkResult linkAccount(HostContext& context, Prompter& prompter, const LinkReque
         std::lock_guard lock(mutex);
         return outcome.has_value();
     };
-    if (request.paste && !sandbox && !answered()) {
-        // The address the browser ended on, copied by the person from another machine.
+    if (request.paste && !answered()) {
+        // The address the browser ended on, copied by the person from another machine. A
+        // browser on this machine may still finish the sign-in meanwhile.
         for (int attempt = 0; attempt < 3 && !answered(); ++attempt) {
             std::cout << "Paste the address your browser ended on: " << std::flush;
-            std::string line;
-            if (!std::getline(std::cin, line)) break;
+            const auto line = pastedLine(answered);
+            if (!line) break;
             DispatchQueue::main()->drain();
-            if (answered() || line.empty()) continue;
-            if (manager->handleRedirectURL(line)) break;
+            if (answered() || line->empty()) continue;
+            if (manager->handleRedirectURL(*line)) break;
             say("That address does not finish this sign-in; paste the whole address from the browser's address bar.");
         }
+        if (answered()) std::cout << '\n';
     }
     DispatchQueue::main()->runUntil(answered, VXCloudAuthManager::kDefaultAuthorizationTimeLimit + 30s);
 

@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include "CliError.h"
+#include "vxcloud/auth/VXCloudAuthManager.h"
 #include "vxcloud/engine/VXCloudUtils.h"
 #include "vxcloud/model/VXCloudConstants.h"
 #include "vxcloud/model/VXCloudFile.h"
@@ -60,6 +61,16 @@ std::optional<VXCloudService> parseService(const std::string& text) {
 std::string serviceWords() {
     std::string words;
     for (VXCloudService service : allCloudServices) {
+        if (!words.empty()) words += ", ";
+        words += accountType(service);
+    }
+    return words;
+}
+
+std::string signInServiceWords() {
+    std::string words;
+    for (VXCloudService service : allCloudServices) {
+        if (!VXCloudAuthManager::offersSignIn(service)) continue;
         if (!words.empty()) words += ", ";
         words += accountType(service);
     }

@@ -32,6 +32,7 @@ bool allDigits(const std::string& text);
 // "gdrive", "Dropbox", "webdav").
 std::optional<VXCloudService> parseService(const std::string& text);
 std::string serviceWords();  // "google_drive, dropbox, ..." for help texts
+std::string signInServiceWords();  // the services `vxcloud link` can sign in to
 // parseService, or a CliError listing the services.
 VXCloudService requireService(const std::string& text);
 

@@ -16,33 +16,39 @@ std::optional<ServiceCredentialLayout> credentialLayout(VXCloudService service) 
     switch (service) {
         case VXCloudService::dropbox:
             return ServiceCredentialLayout{"dropbox",
-                                         {{"app_key", "VXCLOUD_DROPBOX_APP_KEY", "app key", true},
-                                          {"redirect_url", "VXCLOUD_DROPBOX_REDIRECT_URL", "redirect URL", false}},
+                                         {{"app_key", "VXCLOUD_DROPBOX_APP_KEY", "app key", true, ""},
+                                          // Dropbox only redirects to a URI registered for the app, port included.
+                                          {"redirect_url", "VXCLOUD_DROPBOX_REDIRECT_URL", "redirect URL", true,
+                                           "a loopback address such as http://127.0.0.1:53682/, registered exactly so "
+                                           "under Redirect URIs in the Dropbox App Console"}},
                                          "app_key",
                                          ""};
         case VXCloudService::googleDrive:
             return ServiceCredentialLayout{"google_drive",
-                                         {{"client_id", "VXCLOUD_GOOGLE_CLIENT_ID", "client id", true},
-                                          {"client_secret", "VXCLOUD_GOOGLE_CLIENT_SECRET", "client secret", false},
-                                          {"redirect_url", "VXCLOUD_GOOGLE_REDIRECT_URL", "redirect URL", false}},
+                                         {{"client_id", "VXCLOUD_GOOGLE_CLIENT_ID", "client id", true,
+                                           "an OAuth client of type \"Desktop app\" in the Google Cloud console"},
+                                          // Not confidential for a desktop app, but Google's token endpoint wants it.
+                                          {"client_secret", "VXCLOUD_GOOGLE_CLIENT_SECRET", "client secret", true,
+                                           "shown beside the Desktop app's client id"},
+                                          {"redirect_url", "VXCLOUD_GOOGLE_REDIRECT_URL", "redirect URL", false, ""}},
                                          "client_id",
                                          "client_secret"};
         case VXCloudService::oneDrive:
         case VXCloudService::oneNote:
             return ServiceCredentialLayout{"one_drive",
-                                         {{"application_id", "VXCLOUD_ONEDRIVE_APPLICATION_ID", "application id", true}},
+                                         {{"application_id", "VXCLOUD_ONEDRIVE_APPLICATION_ID", "application id", true, ""}},
                                          "application_id",
                                          ""};
         case VXCloudService::box:
             return ServiceCredentialLayout{"box",
-                                         {{"client_id", "VXCLOUD_BOX_CLIENT_ID", "client id", true},
-                                          {"client_secret", "VXCLOUD_BOX_CLIENT_SECRET", "client secret", true}},
+                                         {{"client_id", "VXCLOUD_BOX_CLIENT_ID", "client id", true, ""},
+                                          {"client_secret", "VXCLOUD_BOX_CLIENT_SECRET", "client secret", true, ""}},
                                          "client_id",
                                          "client_secret"};
         case VXCloudService::evernote:
             return ServiceCredentialLayout{"evernote",
-                                         {{"consumer_key", "VXCLOUD_EVERNOTE_CONSUMER_KEY", "consumer key", true},
-                                          {"consumer_secret", "VXCLOUD_EVERNOTE_CONSUMER_SECRET", "consumer secret", true}},
+                                         {{"consumer_key", "VXCLOUD_EVERNOTE_CONSUMER_KEY", "consumer key", true, ""},
+                                          {"consumer_secret", "VXCLOUD_EVERNOTE_CONSUMER_SECRET", "consumer secret", true, ""}},
                                          "consumer_key",
                                          "consumer_secret"};
         case VXCloudService::webDAV: return std::nullopt;
@@ -120,9 +126,12 @@ std::string HostCredentials::missingMessage(VXCloudService service) const {
         variables += "  " + f.environment + "\n";
     }
     std::string message = "linking a " + displayName(service) + " account needs this app's " + labels +
-                          " at " + displayName(service) + ", which is not set.\n";
-    message += "Put it in " + path_ + " (readable only by you: chmod 600):\n";
+                          " at " + displayName(service) + (fields.size() > 1 ? ", which are not set.\n" : ", which is not set.\n");
+    message += std::string(fields.size() > 1 ? "Put them" : "Put it") + " in " + path_ +
+               " (readable only by you: chmod 600):\n";
     message += "  {\"" + layout->section + "\": {" + example + "}}\n";
+    for (const auto& f : fields)
+        if (!f.hint.empty()) message += "  (" + f.key + ": " + f.hint + ")\n";
     message += "or set the environment variable" + std::string(fields.size() > 1 ? "s" : "") + ":\n" + variables;
     message += "To try vxcloud without registering an app, link against the sandbox: vxcloud link " +
                std::string(accountType(service)) + " --sandbox URL (see vxcloud-sandbox --help).";

@@ -17,6 +17,7 @@ struct CredentialField {
     std::string environment;  // the variable that overrides it
     std::string label;        // for messages: "app key"
     bool required = true;
+    std::string hint;         // where the person finds the value, when that is not obvious
 };
 
 struct ServiceCredentialLayout {

@@ -198,6 +198,8 @@ private:
         if (number > 0 && !title.empty()) heading(number, title);
         JobOptions options;
         options.overwrite = overwrite;
+        // The demo answers the questions itself; advice to run again would mislead.
+        options.hints = false;
         DocumentJobs jobs(context_, prompter_, board_, options);
         const JobReport report = job(jobs);
         return record(name, report, expected);

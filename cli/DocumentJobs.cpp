@@ -390,12 +390,24 @@ void DocumentJobs::runRounds(DocumentOutcome& document, AccountList accounts, bo
                 const bool unchanged = !rename && !version.empty() && text(older, kStatus) == kSuccessful &&
                                        text(older, kVersion) == version &&
                                        text(older, kDocumentId) == text(outcome.record, kDocumentId);
-                outcome.kind = unchanged ? AccountOutcome::Kind::unchanged : AccountOutcome::Kind::done;
-                outcome.bytesSent = unchanged ? 0 : board_->bytesReported(account->key());
                 const std::string storedAs = text(outcome.record, kDocumentId);
-                outcome.note = unchanged ? "unchanged, nothing sent"
-                                         : (rename ? "renamed to " : "uploaded as ") + storedAs +
-                                               (rename ? "" : " (" + humanBytes(size) + ")");
+                // A first upload stored under another name: the service found the same
+                // content there by its digest and sent nothing (without overwrite, a copy of
+                // that name with other content would have been a conflict).
+                const bool foundElsewhere = !rename && !unchanged && !pass.overwrite &&
+                                            text(older, kDocumentId).empty() && !storedAs.empty() &&
+                                            storedAs != row->name;
+                const bool nothingSent = unchanged || foundElsewhere;
+                outcome.kind = nothingSent ? AccountOutcome::Kind::unchanged : AccountOutcome::Kind::done;
+                outcome.bytesSent = nothingSent ? 0 : board_->bytesReported(account->key());
+                if (unchanged) {
+                    outcome.note = "unchanged, nothing sent";
+                } else if (foundElsewhere) {
+                    outcome.note = "already there as " + storedAs + " (same content), nothing sent";
+                } else {
+                    outcome.note = (rename ? "renamed to " : "uploaded as ") + storedAs +
+                                   (rename ? "" : " (" + humanBytes(size) + ")");
+                }
                 board_->finishRow(account->key(), outcome.note);
                 noteAccountOutcome(*account, std::nullopt);
             } else {
@@ -443,7 +455,7 @@ void DocumentJobs::runRounds(DocumentOutcome& document, AccountList accounts, bo
             }
             if (!context_.json()) {
                 const std::string hint = hintFor(code, *failed.front());
-                if (!hint.empty() && !(overwriteQuestion && pass.overwrite)) say("  " + hint);
+                if (options_.hints && !hint.empty() && !(overwriteQuestion && pass.overwrite)) say("  " + hint);
             }
         }
         if (retryThisTime && !retryable.empty()) --retriesLeft;

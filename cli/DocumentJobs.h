@@ -28,6 +28,7 @@ struct JobOptions {
     bool overwrite = false;                // replace remote copies changed elsewhere
     int retries = 0;                       // failed transfers retried without asking
     std::chrono::seconds timeout{300};     // for the outcome of one request
+    bool hints = true;                     // say which command or flag helps after a failure
 };
 
 struct AccountOutcome {

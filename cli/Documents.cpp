@@ -4,6 +4,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstring>
 #include <string_view>
@@ -48,6 +50,18 @@ std::optional<std::string> documentProblem(const std::string& path) {
         return path + " is not a PDF document (it does not begin with %PDF-)";
     if (std::string_view(tail, static_cast<std::size_t>(tailRead)).find("%%EOF") == std::string_view::npos)
         return path + " is a damaged PDF document: it has no end-of-file marker, so it is probably cut short";
+    return std::nullopt;
+}
+
+std::optional<std::string> documentNameProblem(const std::string& name) {
+    if (name.empty()) return std::string("it is empty");
+    // Every service takes "/" as a folder separator.
+    if (name.find('/') != std::string::npos) return std::string("it contains \"/\"");
+    if (name == "." || name == "..") return std::string("it names a folder, not a document");
+    if (std::all_of(name.begin(), name.end(), [](unsigned char c) { return std::isspace(c); }))
+        return std::string("it is only spaces");
+    if (std::any_of(name.begin(), name.end(), [](unsigned char c) { return std::iscntrl(c); }))
+        return std::string("it contains a control character (such as a line break)");
     return std::nullopt;
 }
 

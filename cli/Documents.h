@@ -10,4 +10,8 @@ namespace vxcloud::cli {
 // or directory", "scan.pdf is not a PDF document ..."), or nothing when it can.
 std::optional<std::string> documentProblem(const std::string& path);
 
+// Why `name` cannot be a document's name at the services ("it contains \"/\""), or nothing.
+// Quotes, apostrophes and other punctuation are fine.
+std::optional<std::string> documentNameProblem(const std::string& name);
+
 }  // namespace vxcloud::cli

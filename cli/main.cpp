@@ -21,8 +21,8 @@ int run(int argc, char** argv) {
                  "vxcloud"};
     app.require_subcommand(1);
     app.footer("Run `vxcloud COMMAND --help` for a command's options.\n"
-               "State lives in $XDG_CONFIG_HOME/vxcloud (preferences, credentials.json) and\n"
-               "$XDG_DATA_HOME/vxcloud (records.sqlite3, secure-store.json).\n"
+               "State lives in $XDG_CONFIG_HOME/vxcloud (preferences, credentials.json, sandbox.json) and\n"
+               "$XDG_DATA_HOME/vxcloud (records.sqlite3; secure-store.json when no keyring answers).\n"
                "Exit status: 0 when everything succeeded, 1 when something did not, 2 for wrong input.");
 
     CommonOptions common;
@@ -36,6 +36,11 @@ int run(int argc, char** argv) {
     addSandboxCommand(line);
     addDemoCommand(line);
 
+    // A bare `vxcloud` shows what there is to do rather than a parse error.
+    if (argc <= 1) {
+        std::cout << app.help();
+        return kExitUsage;
+    }
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {

@@ -126,7 +126,7 @@ int unlink(const CommonOptions& common, const std::string& reference) {
         HostContext offline(hostOptions(common, true));
         return resolveAccount(reference)->cloudService == VXCloudService::webDAV;
     }();
-    // WebDAV accounts are only stored here; the others sign out at their service.
+    // WebDAV accounts are only stored here; the others' sessions also delete their tokens.
     HostContext context(hostOptions(common, webdav));
     const auto account = resolveAccount(reference);
     const std::string label = accountLabel(*account);
@@ -245,15 +245,17 @@ void addAccountCommands(CommandLine& line) {
 
     auto linkArgs = std::make_shared<LinkArgs>();
     auto* linkCommand = line.app.add_subcommand(
-        "link", "Link an account of a service (" + serviceWords() + ") by signing in.\n"
+        "link", "Link an account of a service (" + signInServiceWords() + ") by signing in.\n"
                 "The sign-in opens in your browser (or its address is printed) and returns to vxcloud on\n"
                 "127.0.0.1. The app's credentials at the service must be set first; the command says which\n"
                 "are missing and where they go. Against a sandbox (--sandbox URL) vxcloud answers the\n"
-                "sandbox's sign-in page itself.");
-    linkCommand->add_option("service", linkArgs->service, "The service: its type word (dropbox, google_drive, ...)")
+                "sandbox's sign-in page itself, unless --no-browser or --paste is given.\n"
+                "WebDAV accounts are added with: vxcloud webdav add");
+    linkCommand->add_option("service", linkArgs->service, "The service: its type word (" + signInServiceWords() + ")")
         ->required();
     linkCommand->add_option("--as", linkArgs->as,
-                            "Against a sandbox: sign in as this of its accounts (e-mail or user id; default the first)")
+                            "Against a sandbox, when vxcloud answers its sign-in page: sign in as this of its accounts (e-mail "
+                            "or user id; default the first)")
         ->type_name("EMAIL");
     linkCommand->add_flag("--no-browser", linkArgs->noBrowser,
                           "Print the sign-in address instead of opening the browser");
@@ -271,7 +273,8 @@ void addAccountCommands(CommandLine& line) {
 
     auto unlinkRef = std::make_shared<std::string>();
     auto* unlinkCommand = line.app.add_subcommand(
-        "unlink", "Unlink an account: sign out at its service, remove it, and forget its documents' records");
+        "unlink", "Unlink an account: delete its sign-in (the tokens kept on this machine), remove it, and forget\n"
+                  "its documents' records. The documents stay at the service.");
     unlinkCommand->add_option("account", *unlinkRef, accountHelp)->required();
     addSandbox(unlinkCommand, common);
     addVerbosity(unlinkCommand, common);

@@ -5,6 +5,7 @@
 #include "CliError.h"
 #include "Commands.h"
 #include "DocumentJobs.h"
+#include "Documents.h"
 #include "FolderPicker.h"
 #include "Output.h"
 #include "Paths.h"
@@ -69,7 +70,7 @@ int upload(const CommonOptions& common, const JobArgs& args) {
 }
 
 int rename(const CommonOptions& common, const JobArgs& args) {
-    if (auto problem = folderNameProblem(args.newName))
+    if (auto problem = documentNameProblem(args.newName))
         throw CliError("\"" + args.newName + "\" cannot be a document name: " + *problem, kExitUsage);
     HostContext context(hostOptions(common, false));
     Prompter prompter = Prompter::forTerminal(common.noInput || common.json);

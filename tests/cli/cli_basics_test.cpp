@@ -39,6 +39,12 @@ TEST(CliHelp, EveryCommandExplainsItselfAndItsOptions) {
         EXPECT_EQ(help.status, 0) << words.front();
         for (const auto& option : options) EXPECT_TRUE(contains(help.out, option)) << words.front() << ": " << option;
     }
+    // A bare `vxcloud` shows the overview, as a usage error.
+    const RunResult bare = home.run({});
+    EXPECT_EQ(bare.status, 2);
+    EXPECT_TRUE(contains(bare.out, "vxcloud demo")) << bare.out;
+    // WebDAV accounts are not signed in to, and link's help says where they come from.
+    EXPECT_TRUE(contains(home.run({"link", "--help"}).out, "vxcloud webdav add"));
     // A wrong command line is a usage error with the reason.
     const RunResult wrong = home.run({"upload"});
     EXPECT_EQ(wrong.status, 2);
@@ -153,15 +159,28 @@ TEST(CliLink, SaysWhichCredentialsAreMissingAndWhereTheyGo) {
     EXPECT_TRUE(contains(dropbox.err, home.path() + "/config/vxcloud/credentials.json")) << dropbox.err;
     EXPECT_TRUE(contains(dropbox.err, "VXCLOUD_DROPBOX_APP_KEY")) << dropbox.err;
 
-    // Box needs two values; the one given in the file is no longer asked for.
-    writeFile(home.path() + "/config/vxcloud/credentials.json", R"({"box": {"client_id": "abc"}})");
+    // Dropbox redirects only to a registered address, and Google's token endpoint wants the
+    // Desktop app's secret: a value given in the file is no longer asked for, the rest is.
     std::filesystem::create_directories(home.path() + "/config/vxcloud");
-    writeFile(home.path() + "/config/vxcloud/credentials.json", R"({"box": {"client_id": "abc"}})");
+    writeFile(home.path() + "/config/vxcloud/credentials.json",
+              R"({"dropbox": {"app_key": "key"}, "google_drive": {"client_id": "abc"}})");
+    const RunResult redirect = home.run({"link", "dropbox"});
+    EXPECT_EQ(redirect.status, 2);
+    EXPECT_TRUE(contains(redirect.err, "redirect URL")) << redirect.err;
+    EXPECT_FALSE(contains(redirect.err, "app key")) << redirect.err;
+    EXPECT_TRUE(contains(redirect.err, "App Console")) << redirect.err;
+    EXPECT_TRUE(contains(redirect.err, "VXCLOUD_DROPBOX_REDIRECT_URL")) << redirect.err;
+    const RunResult google = home.run({"link", "google_drive"});
+    EXPECT_EQ(google.status, 2);
+    EXPECT_TRUE(contains(google.err, "client secret")) << google.err;
+    EXPECT_FALSE(contains(google.err, "client id and")) << google.err;
+    EXPECT_TRUE(contains(google.err, "VXCLOUD_GOOGLE_CLIENT_SECRET")) << google.err;
+
+    // A service without a sign-in in this version says so instead of asking for credentials.
     const RunResult box = home.run({"link", "box"});
-    EXPECT_EQ(box.status, 2);
-    EXPECT_TRUE(contains(box.err, "client secret")) << box.err;
-    EXPECT_FALSE(contains(box.err, "client id and")) << box.err;
-    EXPECT_TRUE(contains(box.err, "VXCLOUD_BOX_CLIENT_SECRET")) << box.err;
+    EXPECT_EQ(box.status, 1);
+    EXPECT_TRUE(contains(box.err, "not available in this version")) << box.err;
+    EXPECT_FALSE(contains(box.err, "credentials.json")) << box.err;
 
     // A damaged credentials file is reported, not fatal for commands that need none.
     writeFile(home.path() + "/config/vxcloud/credentials.json", "{not json");

@@ -28,6 +28,8 @@ TEST(CliDemo, RunsTheMainJobInAPrivateHomeAndEndsWithTheSummary) {
     last = last.substr(last.find_last_of('\n') + 1);
     EXPECT_NE(last.find("Move"), std::string::npos) << last;
     EXPECT_NE(demo.out.find("The sandbox received 0 upload requests"), std::string::npos) << demo.out;
+    // The demo answers the conflict itself; advice to run again with a flag would mislead.
+    EXPECT_EQ(demo.out.find("Run again"), std::string::npos) << demo.out;
 
     // Nothing of the person's own: no accounts, no records; the private home is gone.
     EXPECT_FALSE(std::filesystem::exists(home.recordsPath()));

@@ -6,6 +6,7 @@
 #include <filesystem>
 
 #include "cli/CliHarness.h"
+#include "vxcloud/platform/Http.h"
 
 namespace vxcloud::testing::cli {
 namespace {
@@ -123,6 +124,23 @@ TEST_F(CliFlow, LinkFolderUploadConflictRenameMoveUnlink) {
     EXPECT_EQ(ra->record["version"], dropboxHash(a));
     EXPECT_EQ(sandbox_.content("dropbox", "/Scans/a.pdf", email_), readFile(a));
 
+    // The same content under another name is found by its hash and left where it is.
+    const std::string copy = home_.file("copy of a.pdf");
+    std::filesystem::copy_file(a, copy);
+    const long long beforeCopy = sandbox_.requests("dropbox/files/upload");
+    const json copied = home_.runJson({"upload", copy, "--json"});
+    ASSERT_TRUE(copied.value("ok", false)) << copied.dump(2);
+    const json copyOutcome = copied["documents"][0]["accounts"][0];
+    EXPECT_EQ(copyOutcome["outcome"], "unchanged") << copyOutcome.dump(2);
+    EXPECT_TRUE(contains(copyOutcome.value("note", ""), "already there as a.pdf")) << copyOutcome.dump(2);
+    EXPECT_EQ(sandbox_.requests("dropbox/files/upload"), beforeCopy);
+
+    // A new name with a slash is refused before anything is asked of the service.
+    const RunResult slashed = home_.run({"rename", a, "2024/a.pdf"});
+    EXPECT_EQ(slashed.status, 2);
+    EXPECT_TRUE(contains(slashed.err, "\"2024/a.pdf\" cannot be a document name: it contains \"/\"")) << slashed.err;
+    EXPECT_EQ(record(a)->record["documentId"], "a.pdf");
+
     // Rename everywhere, to a name with quotes and spaces.
     const std::string newName = "Invoice \"2024\" final.pdf";
     const RunResult renamed = home_.run({"rename", a, newName});
@@ -158,6 +176,38 @@ TEST_F(CliFlow, LinkFolderUploadConflictRenameMoveUnlink) {
     EXPECT_TRUE(home_.runJson({"accounts", "--json"})["accounts"].empty());
     const RunResult gone = home_.run({"upload", a});
     EXPECT_EQ(gone.status, 1);
+}
+
+TEST_F(CliFlow, APastedRedirectFinishesTheSignInStartedOnAnotherMachine) {
+    // The printed address is opened "elsewhere": the sandbox's page is approved over HTTP and
+    // the address its redirect names is pasted back; the loopback listener is never reached.
+    PtySession pty(home_, {"link", "dropbox", "--paste"});
+    const std::string intro = "Open this address in a web browser to sign in:";
+    ASSERT_TRUE(pty.expect(intro)) << pty.output();
+    ASSERT_TRUE(pty.expect("Paste the address your browser ended on:")) << pty.output();
+    const std::string shown = pty.output().substr(pty.output().find(intro) + intro.size());
+    const auto start = shown.find("http://");
+    ASSERT_NE(start, std::string::npos) << shown;
+    const std::string address = shown.substr(start, shown.find_first_of(" \r\n", start) - start);
+
+    HttpRequest approve;
+    approve.url = address + "&sandbox_decision=approve&sandbox_account=" + HttpClient::urlEncode(email_);
+    const HttpResponse page = HttpClient::shared()->perform(approve);
+    ASSERT_EQ(page.status / 100, 3) << page.status << " " << page.body;
+    const auto redirect = page.headers.get("Location");
+    ASSERT_TRUE(redirect);
+    EXPECT_NE(redirect->find("code="), std::string::npos) << *redirect;
+
+    // Something else first: refused with a hint, and the sign-in keeps waiting.
+    pty.sendLine("http://127.0.0.1:1/?code=forged&state=forged");
+    ASSERT_TRUE(pty.expect("does not finish this sign-in")) << pty.output();
+    ASSERT_TRUE(pty.expect("Paste the address your browser ended on:")) << pty.output();
+    pty.sendLine("  " + *redirect + "  ");
+    ASSERT_TRUE(pty.expect("Linked: Dropbox:" + email_)) << pty.output();
+    EXPECT_EQ(pty.wait(), 0) << pty.output();
+    const json accounts = home_.runJson({"accounts", "--json"})["accounts"];
+    ASSERT_EQ(accounts.size(), 1u);
+    EXPECT_EQ(accounts[0]["email"], email_);
 }
 
 TEST_F(CliFlow, UnreadableDocumentsAreNamedAndLeaveOtherRecordsAlone) {
