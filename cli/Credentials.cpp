@@ -19,8 +19,8 @@ std::optional<ServiceCredentialLayout> credentialLayout(VXCloudService service) 
                                          {{"app_key", "VXCLOUD_DROPBOX_APP_KEY", "app key", true, ""},
                                           // Dropbox only redirects to a URI registered for the app, port included.
                                           {"redirect_url", "VXCLOUD_DROPBOX_REDIRECT_URL", "redirect URL", true,
-                                           "a loopback address such as http://127.0.0.1:53682/, registered exactly so "
-                                           "under Redirect URIs in the Dropbox App Console"}},
+                                           "a loopback address with a fixed port such as http://127.0.0.1:8765/, "
+                                           "registered exactly so under Redirect URIs in the Dropbox App Console"}},
                                          "app_key",
                                          ""};
         case VXCloudService::googleDrive:
