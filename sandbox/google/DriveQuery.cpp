@@ -261,8 +261,10 @@ bool evaluate(const DriveQuery::Node& node, const QueryItem& item) {
             if (f == "modifiedTime" || f == "createdTime") {
                 return compare(f == "modifiedTime" ? item.modifiedTime() : item.createdTime(), node.op, node.time);
             }
-            const std::string actual = f == "name" ? item.name() : item.mimeType();
-            return (actual == node.text) == (node.op == "=");
+            // Drive compares names without regard to letter case: "name = 'scan.pdf'" also
+            // finds "Scan.PDF", so a client must look at the names it gets back.
+            const bool equal = f == "name" ? foldCase(item.name()) == foldCase(node.text) : item.mimeType() == node.text;
+            return equal == (node.op == "=");
         }
     }
     return false;

@@ -26,6 +26,9 @@ TEST_F(GoogleFiles, QueriesMatchParentsNamesTypesAndQuotedLiterals) {
     EXPECT_EQ(ids(in + " and (name = 'plain.pdf' or name contains 'BRIEN')"),
               (std::vector<std::string>{quoted, plain}));
     EXPECT_EQ(ids("name = 'plain.pdf'").size(), 2u) << "without a parent term every folder counts";
+    EXPECT_EQ(ids(in + " and name = 'PLAIN.pdf'"), std::vector<std::string>{plain}) << "names match in any case";
+    EXPECT_EQ(ids(in + " and name != 'Plain.PDF' and not mimeType = '" + kFolderType + "'"),
+              (std::vector<std::string>{quoted, slashed}));
     EXPECT_EQ(ids("'root' in parents and name = 'Scans'"), std::vector<std::string>{scans});
 
     // A name that looks like query syntax is only a name.

@@ -114,6 +114,17 @@ TEST_F(GoogleDriveSession, NewDocumentsAreStoredBesideSameNamedOnes) {
     ASSERT_EQ(upload(makeDocument("twice.pdf", "%PDF-2"), folder, false).kind, Kind::didUpload);
     EXPECT_EQ(fx_.liveFiles(*folder->id, "twice.pdf").size(), 2u);
 
+    // Drive's search finds names in any case, but "Case.pdf" is another document than
+    // "case.pdf": neither a conflict nor written over, even when overwriting is allowed.
+    const std::string otherId = fx_.createFile(*folder->id, "Case.pdf", "someone else's");
+    ASSERT_FALSE(otherId.empty());
+    auto lower = makeStoredDocument(*fx_.account(), "case.pdf", md5("mine before"), "%PDF-mine", md5("%PDF-mine"));
+    auto beside = upload(lower, folder, true);
+    ASSERT_EQ(beside.kind, Kind::didUpload) << describe(beside);
+    EXPECT_NE(lower->id, otherId);
+    EXPECT_EQ(lower->name, "case.pdf");
+    EXPECT_EQ(fx_.contentById(otherId), "someone else's");
+
     // A new folder is created in its parent.
     auto sub = std::make_shared<VXCloudFile>("Sub", true, false);
     auto event = upload(sub, folder, false);
