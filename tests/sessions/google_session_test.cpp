@@ -434,6 +434,15 @@ TEST_F(GoogleDriveSession, LargeDocumentsGoInChunksAndResumeAfterADroppedConnect
     event = upload(second, folder, false);
     ASSERT_EQ(event.kind, Kind::didUpload) << describe(event);
     EXPECT_TRUE(sameBytes(fx_.remoteContent(*folder, "large.pdf"), other));
+
+    // A session that never keeps a byte is not sent the same chunk for ever.
+    fx_.sandbox().resetStats();
+    fault("upload/session", "status=308", 40);
+    event = upload(makeDocument("stuck.pdf", other), folder, false);
+    fx_.sandbox().clearFaults();
+    EXPECT_TRUE(failedWith(event, Kind::uploadFailed, ErrorCode::fileUpload));
+    EXPECT_LE(fx_.requests("upload/session"), 10);
+    EXPECT_EQ(fx_.remoteContent(*folder, "stuck.pdf"), std::nullopt);
 }
 
 TEST_F(GoogleDriveSession, UnreadableAnswersAreFailuresNotCrashes) {

@@ -174,6 +174,11 @@ Result<File> GoogleDriveClient::uploadResumable(const Upload& upload) {
             if (!stored || *stored > total) {
                 return Result<File>::failure(malformedAnswer("resumable upload: unreadable Range in a 308 answer"));
             }
+            // A chunk of which the session kept nothing new: a server that never keeps
+            // anything would otherwise be sent the same bytes for ever.
+            if (!askStatus && *stored <= offset && ++resumes > options_.maxResumes) {
+                return Result<File>::failure(malformedAnswer("resumable upload: the session keeps no bytes"));
+            }
             offset = *stored;
             if (offset == total) {
                 // Every byte is there but the file was not reported: ask again.
