@@ -8,6 +8,7 @@
 #include "vxcloud/sessions/VXCloudDropboxSession.h"
 
 #include <nlohmann/json.hpp>
+#include <set>
 
 #include "sessions/VXCloudDropboxSessionSupport.h"
 #include "vxcloud/auth/VXCloudTokenStore.h"
@@ -124,6 +125,8 @@ void VXCloudDropboxSession::loadFoldersInFolder(std::shared_ptr<VXCloudFile> fol
 void VXCloudDropboxSession::loadFoldersContinue(const std::string& cursor, VXCloudFileList foldersSoFar,
                                                 const std::shared_ptr<VXCloudFile>& parentFolder) {
     std::string next = cursor;
+    // A cursor handed out twice would keep this loop going for ever.
+    std::set<std::string> seen{cursor};
     for (;;) {
         auto page = client_->listFolderContinue(next);
         if (!page.ok()) return reportFoldersFailed(ErrorCode::fileUpload);
@@ -133,6 +136,10 @@ void VXCloudDropboxSession::loadFoldersContinue(const std::string& cursor, VXClo
         }
         if (!page.value().hasMore) return reportFolders(foldersSoFar, parentFolder);
         next = page.value().cursor;
+        if (!seen.insert(next).second) {
+            log::warning(kCategory, "list_folder/continue handed out a cursor again");
+            return reportFoldersFailed(ErrorCode::fileUpload);
+        }
     }
 }
 

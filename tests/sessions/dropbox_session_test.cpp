@@ -397,6 +397,16 @@ TEST_F(DropboxSession, MalformedAnswersAreFailuresNotCrashes) {
     event = loadFolders(session_->rootFolder());
     EXPECT_EQ(event.kind, Kind::loadFoldersFailed);
 
+    // A listing that hands out the same cursor again ends instead of going round for ever.
+    fx_.sandbox().resetStats();
+    const std::string again = R"(status=200;body={"entries":[],"cursor":"c1","has_more":true};content-type=application/json)";
+    fault("files/list_folder", again);
+    fault("files/list_folder/continue", again, 50);
+    event = loadFolders(session_->rootFolder());
+    fx_.sandbox().clearFaults();
+    EXPECT_TRUE(failedWith(event, Kind::loadFoldersFailed, ErrorCode::fileUpload));
+    EXPECT_LE(fx_.requests("files/list_folder/continue"), 2);
+
     auto a = stored("a.pdf", "%PDF-a", session_->rootFolder());
     fault("files/move_batch_v2", R"(status=200;body={".tag":"surprise"};content-type=application/json)");
     event = move({a}, session_->rootFolder(), fx_.makeFolder("Target"));
