@@ -82,7 +82,36 @@ IdentityResult fromUserInfo(const std::string& accessToken) {
     return fromClaims(claims, "userinfo answer");
 }
 
-VXCloudAuthResult finishGoogle(const GrantedTokens& granted, const std::string& clientId) {
+bool isIdentityScope(const std::string& scope) {
+    return scope == "openid" || scope == "email" || scope == "profile" ||
+           scope.rfind("https://www.googleapis.com/auth/userinfo.", 0) == 0;
+}
+
+// Google's consent screen lets the person untick scopes, and the token answer names what
+// was granted. Without any of the Drive scopes asked for, nothing could be uploaded.
+bool grantsDriveAccess(const std::string& granted, const std::vector<std::string>& requested) {
+    if (granted.empty()) return true;  // the answer does not say: take the request as granted
+    std::vector<std::string> words;
+    for (std::size_t start = 0; start < granted.size();) {
+        const auto end = std::min(granted.find(' ', start), granted.size());
+        if (end > start) words.push_back(granted.substr(start, end - start));
+        start = end + 1;
+    }
+    bool askedForDrive = false;
+    for (const auto& scope : requested) {
+        if (isIdentityScope(scope)) continue;
+        askedForDrive = true;
+        if (std::find(words.begin(), words.end(), scope) != words.end()) return true;
+    }
+    return !askedForDrive;
+}
+
+VXCloudAuthResult finishGoogle(const GrantedTokens& granted, const std::string& clientId,
+                               const std::vector<std::string>& requestedScopes) {
+    if (!grantsDriveAccess(granted.token.scope, requestedScopes)) {
+        return signInError(ErrorCode::authentication,
+                           "Google Drive access was not granted; sign in again and allow access to Google Drive.");
+    }
     const auto idToken = text(granted.answer, "id_token");
     IdentityResult identified = idToken ? fromIdToken(*idToken, clientId) : fromUserInfo(granted.token.accessToken);
     if (!identified.identity) return *identified.failure;
@@ -118,8 +147,10 @@ std::shared_ptr<OAuth2Flow> makeGoogleFlow(const VXCloudGoogleDriveInfo& info, s
     request.scopes = googleScopes(info.scopes);
     request.extraParameters = {{"access_type", "offline"}, {"prompt", "consent"}};
     const std::string clientId = info.clientId;
+    const std::vector<std::string> scopes = request.scopes;
     return OAuth2Flow::create(
-        std::move(request), [clientId](const GrantedTokens& granted) { return finishGoogle(granted, clientId); },
+        std::move(request),
+        [clientId, scopes](const GrantedTokens& granted) { return finishGoogle(granted, clientId, scopes); },
         std::move(completion));
 }
 

@@ -13,9 +13,10 @@ using Action = SandboxBrowser::Action;
 constexpr const char* kTokenRoute = "google/oauth2/token";
 
 // A token endpoint answer as Google sends it, with an id_token for `claims`.
-std::string tokenAnswer(const std::string& accessToken, const std::string& refreshToken, const json& claims) {
-    json answer = {{"access_token", accessToken}, {"expires_in", 3599}, {"token_type", "Bearer"},
-                   {"scope", "openid https://www.googleapis.com/auth/userinfo.email"}};
+std::string tokenAnswer(const std::string& accessToken, const std::string& refreshToken, const json& claims,
+                        const std::string& scope = "openid https://www.googleapis.com/auth/drive.file "
+                                                   "https://www.googleapis.com/auth/userinfo.email") {
+    json answer = {{"access_token", accessToken}, {"expires_in", 3599}, {"token_type", "Bearer"}, {"scope", scope}};
     if (!refreshToken.empty()) answer["refresh_token"] = refreshToken;
     if (!claims.is_null()) {
         answer["id_token"] = auth::base64UrlEncode(R"({"alg":"RS256","typ":"JWT"})") + "." +
@@ -92,7 +93,7 @@ TEST_F(GoogleLink, WithoutAnIdTokenTheUserinfoEndpointNamesTheUser) {
     EXPECT_EQ(refused.result->cloudError()->errorCode, ErrorCode::fileUpload) << refused.result->message();
 }
 
-TEST_F(GoogleLink, AnIdTokenIssuedToAnotherAppOrWithoutAUserIsRefused) {
+TEST_F(GoogleLink, AGrantForAnotherAppWithoutAUserOrWithoutDriveAccessIsRefused) {
     const sandbox::SandboxAccount ada = sandbox_->account("google");
     ASSERT_TRUE(sandbox_->enqueueFault(
         kTokenRoute, answerWith(tokenAnswer(ada.accessToken, ada.refreshToken,
@@ -112,6 +113,17 @@ TEST_F(GoogleLink, AnIdTokenIssuedToAnotherAppOrWithoutAUserIsRefused) {
     ASSERT_TRUE(sandbox_->enqueueFault(kTokenRoute, answerWith(answer.dump())));
     posted = signIn();
     EXPECT_EQ(posted.dict, json({{"status", "error"}}));
+
+    // The person unticked Drive access on the consent screen: identity alone links nothing.
+    const json claims = {{"aud", kGoogleClientId}, {"sub", ada.userId}, {"email", ada.email}};
+    ASSERT_TRUE(sandbox_->enqueueFault(
+        kTokenRoute, answerWith(tokenAnswer(ada.accessToken, ada.refreshToken, claims,
+                                            "openid https://www.googleapis.com/auth/userinfo.email"))));
+    posted = signIn();
+    EXPECT_EQ(posted.dict, json({{"status", "error"}}));
+    ASSERT_TRUE(posted.result.has_value());
+    EXPECT_EQ(posted.result->cloudError()->errorCode, ErrorCode::authentication);
+    EXPECT_NE(posted.result->message().find("Google Drive access was not granted"), std::string::npos);
 
     EXPECT_FALSE(VXCloudUserDefaults::loadAccounts({VXCloudService::googleDrive}).has_value());
     EXPECT_TRUE(VXCloudTokenStore::storageNames(VXCloudService::googleDrive).empty());
