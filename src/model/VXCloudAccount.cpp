@@ -4,13 +4,16 @@
 #include <nlohmann/json.hpp>
 
 #include "model/VXCloudSessionFactory.h"
+#include "vxcloud/engine/VXCloudSessionFactory.h"
 #include "vxcloud/model/VXCloudUserDefaults.h"
 #include "vxcloud/platform/ResourceBundle.h"
 
 namespace vxcloud {
 namespace {
 
-std::atomic<SessionFactory> gSessionFactory{nullptr};
+// The built-in sessions from the start, so an account can make its session before anything
+// else of the component has run (a settings screen unlinking an account, say).
+std::atomic<SessionFactory> gSessionFactory{&initCloudSession};
 
 const Json* member(const Json& dictionary, const char* key) {
     auto it = dictionary.find(key);
@@ -42,7 +45,7 @@ std::optional<VXCloudService> serviceValue(const Json& dictionary, const char* k
 
 }  // namespace
 
-void setSessionFactory(SessionFactory factory) noexcept { gSessionFactory.store(factory); }
+void setSessionFactory(SessionFactory factory) noexcept { gSessionFactory.store(factory ? factory : &initCloudSession); }
 SessionFactory sessionFactory() noexcept { return gSessionFactory.load(); }
 
 VXCloudAccount::VXCloudAccount(std::string userId, std::string email, VXCloudService cloudService)

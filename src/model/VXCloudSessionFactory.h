@@ -1,6 +1,6 @@
 #pragma once
-// How VXCloudAccount::sessionForAccount reaches the session classes without the model
-// depending on them: the sessions install their factory once at start-up.
+// How VXCloudAccount::sessionForAccount makes its session: initCloudSession unless a test
+// or host installs another factory.
 #include <memory>
 
 namespace vxcloud {
@@ -10,7 +10,7 @@ class VXCloudSession;
 
 using SessionFactory = std::shared_ptr<VXCloudSession> (*)(const std::shared_ptr<VXCloudAccount>&);
 
-// Installs the factory (null restores the default, which makes no session).
+// Installs the factory (null restores the default, initCloudSession).
 void setSessionFactory(SessionFactory factory) noexcept;
 SessionFactory sessionFactory() noexcept;
 

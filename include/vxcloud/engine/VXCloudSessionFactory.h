@@ -25,8 +25,8 @@ using CloudSessionFactory =
 // an empty function restores the built-in choice.
 void setCloudSessionFactoryOverride(CloudSessionFactory factory);
 
-// Makes VXCloudAccount::sessionForAccount use initCloudSession. Done automatically when
-// the task manager is created; hosts that only use accounts may call it at start-up.
+// Makes VXCloudAccount::sessionForAccount use initCloudSession, which it does from the start;
+// this restores it after another factory was installed.
 void installCloudSessionFactory() noexcept;
 
 }  // namespace vxcloud
