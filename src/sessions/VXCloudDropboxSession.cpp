@@ -114,7 +114,7 @@ void VXCloudDropboxSession::loadFoldersInFolder(std::shared_ptr<VXCloudFile> fol
         if (!listed.ok()) return reportFoldersFailed(ErrorCode::fileUpload);
         VXCloudFileList folders;
         for (const auto& entry : listed.value().entries) {
-            auto record = initWithMetadata(entry);
+            auto record = VXCloudFile::initWithMetadata(entry);
             if (record && record->isFolder) folders.push_back(std::move(record));
         }
         if (!listed.value().hasMore) return reportFolders(folders, folder);
@@ -131,7 +131,7 @@ void VXCloudDropboxSession::loadFoldersContinue(const std::string& cursor, VXClo
         auto page = client_->listFolderContinue(next);
         if (!page.ok()) return reportFoldersFailed(ErrorCode::fileUpload);
         for (const auto& entry : page.value().entries) {
-            auto record = initWithMetadata(entry);
+            auto record = VXCloudFile::initWithMetadata(entry);
             if (record && record->isFolder) foldersSoFar.push_back(std::move(record));
         }
         if (!page.value().hasMore) return reportFolders(foldersSoFar, parentFolder);
@@ -151,7 +151,7 @@ void VXCloudDropboxSession::downloadSettingsFileWithCompletionHandler(
         };
         auto downloaded = client_->download(std::string("/") + kSettingsFileName);
         if (!downloaded.ok()) return finish(nullptr, makeError(ErrorCode::fileUpload));
-        auto record = initWithMetadata(downloaded.value().metadata);
+        auto record = VXCloudFile::initWithMetadata(downloaded.value().metadata);
         if (!record) return finish(nullptr, makeError(ErrorCode::missingFolder));
         record->fileData = downloaded.value().data;
 

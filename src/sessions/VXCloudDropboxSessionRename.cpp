@@ -72,7 +72,7 @@ void VXCloudDropboxSession::_rename(const std::shared_ptr<VXCloudFile>& cloudFil
         return reportRenameFailed(cloudFile,
                                   makeError(errorCodeFromCallError(moved.error(), RouteErrors::relocation)));
     }
-    auto record = initWithMetadata(moved.value());
+    auto record = VXCloudFile::initWithMetadata(moved.value());
     if (!record) return reportRenameFailed(cloudFile, makeError(ErrorCode::fileUpload));
     adoptServiceFields(*cloudFile, *record);
     reportRenamed(cloudFile);

@@ -36,7 +36,7 @@ void VXCloudDropboxSession::uploadFolder(const std::shared_ptr<VXCloudFile>& fol
     if (!created.ok()) {
         return reportUploadFailed(folder, errorCodeFromCallError(created.error(), RouteErrors::createFolder));
     }
-    auto record = initWithMetadata(created.value());
+    auto record = VXCloudFile::initWithMetadata(created.value());
     if (!record) return reportUploadFailed(folder, ErrorCode::fileUpload);
     reportUploaded(record);
 }
@@ -58,7 +58,7 @@ void VXCloudDropboxSession::reupload(const std::shared_ptr<VXCloudFile>& file,
         const auto length = static_cast<std::int64_t>(file->fileData->size());
         sessions::report::progress(self(), length, length);
     }
-    auto record = initWithMetadata(*found.metadata);
+    auto record = VXCloudFile::initWithMetadata(*found.metadata);
     if (!record) return reportUploadFailed(file, ErrorCode::fileUpload);
     adoptServiceFields(*file, *record);
     reportUploaded(file);
@@ -105,7 +105,7 @@ void VXCloudDropboxSession::_upload(const std::shared_ptr<VXCloudFile>& cloudFil
     });
     if (!uploaded.ok()) return fail(errorCodeFromCallError(uploaded.error(), RouteErrors::upload));
 
-    auto record = initWithMetadata(uploaded.value());
+    auto record = VXCloudFile::initWithMetadata(uploaded.value());
     if (!record) return fail(ErrorCode::fileUpload);
     adoptServiceFields(*cloudFile, *record);
     if (successHandler) return successHandler(cloudFile, uploaded.value());

@@ -128,7 +128,7 @@ void VXCloudGoogleDriveSession::loadFoldersInFolder(std::shared_ptr<VXCloudFile>
         }
         VXCloudFileList folders;
         for (const auto& item : listed.value()) {
-            auto record = initWithFile(item);
+            auto record = VXCloudFile::initWithFile(item);
             if (record && record->isFolder) folders.push_back(std::move(record));
         }
         report::folders(self(), folders, folder);
@@ -155,7 +155,7 @@ void VXCloudGoogleDriveSession::downloadSettingsFileWithCompletionHandler(
         const drive::File& found = listed.value().front();
         auto bytes = client_->fetch("/drive/v3/files/" + HttpClient::urlEncode(*found.identifier) + "?alt=media");
         if (!bytes.ok()) return finish(nullptr, failedWith(bytes.error()));
-        auto record = initWithFile(found);
+        auto record = VXCloudFile::initWithFile(found);
         if (!record) return finish(nullptr, makeError(ErrorCode::missingFolder));
         record->fileData = bytes.value();
 

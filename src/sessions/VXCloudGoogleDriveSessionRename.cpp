@@ -29,7 +29,7 @@ void VXCloudGoogleDriveSession::renameWithCloudFile(std::shared_ptr<VXCloudFile>
                 return report::renameFailed(self(), file, VXCloudError::initWithError(renamed.error().error,
                                                                                       VXCloudService::googleDrive));
             }
-            auto record = initWithFile(renamed.value());
+            auto record = VXCloudFile::initWithFile(renamed.value());
             if (!record) return report::renameFailed(self(), file, makeError(ErrorCode::fileUpload));
             if (!record->id) record->id = found.file->identifier;
             adoptServiceFields(*file, *record);

@@ -50,7 +50,7 @@ void VXCloudGoogleDriveSession::answerKnownDocument(const std::shared_ptr<VXClou
         const auto length = static_cast<std::int64_t>(file->fileData->size());
         report::progress(self(), length, length);
     }
-    auto record = initWithFile(*found.file);
+    auto record = VXCloudFile::initWithFile(*found.file);
     if (!record) return report::uploadFailed(self(), file, makeError(ErrorCode::fileUpload));
     adoptServiceFields(*file, *record);
     report::uploaded(self(), file);
@@ -122,7 +122,7 @@ void VXCloudGoogleDriveSession::updateFile(const drive::File& with, const std::s
 
 void VXCloudGoogleDriveSession::finishUpload(const std::shared_ptr<VXCloudFile>& cloudFile, const drive::File& stored,
                                              const std::optional<std::string>& knownId) {
-    auto record = initWithFile(stored);
+    auto record = VXCloudFile::initWithFile(stored);
     if (!record) return report::uploadFailed(self(), cloudFile, makeError(ErrorCode::fileUpload));
     // An update's answer carries no id: the file kept the one it had.
     if (!record->id) record->id = knownId;

@@ -60,7 +60,7 @@ TEST(DropboxRecord, FilesCarryTheirHashFoldersNone) {
     file.id = "id:a";
     file.pathDisplay = "/Scans/a.pdf";
     file.contentHash = "abc";
-    auto record = initWithMetadata(file);
+    auto record = VXCloudFile::initWithMetadata(file);
     ASSERT_NE(record, nullptr);
     EXPECT_FALSE(record->isFolder);
     EXPECT_FALSE(record->isRootFolder);
@@ -70,14 +70,14 @@ TEST(DropboxRecord, FilesCarryTheirHashFoldersNone) {
 
     dropbox::Metadata folder = file;
     folder.tag = dropbox::Metadata::Tag::folder;
-    record = initWithMetadata(folder);
+    record = VXCloudFile::initWithMetadata(folder);
     ASSERT_NE(record, nullptr);
     EXPECT_TRUE(record->isFolder);
     EXPECT_FALSE(record->version.has_value());
 
     dropbox::Metadata deleted = file;
     deleted.tag = dropbox::Metadata::Tag::deleted;
-    EXPECT_EQ(initWithMetadata(deleted), nullptr);
+    EXPECT_EQ(VXCloudFile::initWithMetadata(deleted), nullptr);
 }
 
 TEST(OAuthTokenRecord, TokenAnswersAndStoredForm) {

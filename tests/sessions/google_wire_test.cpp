@@ -18,7 +18,7 @@ TEST(DriveRecord, ResourceShapesBecomeRecordsAndTrashedItemsNone) {
         "parents": ["1AbC"], "trashed": false, "someNewField": {"x": 1}})"));
     ASSERT_TRUE(file);
     EXPECT_EQ(file->size, 11);
-    auto record = initWithFile(*file);
+    auto record = VXCloudFile::initWithFile(*file);
     ASSERT_NE(record, nullptr);
     EXPECT_EQ(record->name, "scan.pdf");
     EXPECT_FALSE(record->isFolder);
@@ -31,7 +31,7 @@ TEST(DriveRecord, ResourceShapesBecomeRecordsAndTrashedItemsNone) {
     auto folder = drive::parseFile(
         json::parse(R"({"id": "1F", "name": "Scans", "mimeType": "application/vnd.google-apps.folder"})"));
     ASSERT_TRUE(folder);
-    record = initWithFile(*folder);
+    record = VXCloudFile::initWithFile(*folder);
     ASSERT_NE(record, nullptr);
     EXPECT_TRUE(record->isFolder);
     EXPECT_FALSE(record->version.has_value());
@@ -40,11 +40,11 @@ TEST(DriveRecord, ResourceShapesBecomeRecordsAndTrashedItemsNone) {
     auto doc = drive::parseFile(json::parse(R"({"id": "1D", "name": "Notes",
         "mimeType": "application/vnd.google-apps.document"})"));
     ASSERT_TRUE(doc);
-    EXPECT_FALSE(initWithFile(*doc)->isFolder);
+    EXPECT_FALSE(VXCloudFile::initWithFile(*doc)->isFolder);
 
     auto trashed = drive::parseFile(json::parse(R"({"id": "1T", "name": "old.pdf", "trashed": true})"));
     ASSERT_TRUE(trashed);
-    EXPECT_EQ(initWithFile(*trashed), nullptr);
+    EXPECT_EQ(VXCloudFile::initWithFile(*trashed), nullptr);
 
     // A field with the wrong type is an answer that cannot be read, not a guess.
     for (const char* broken : {R"({"id": 7})", R"({"id": "1", "size": "-3"})", R"({"id": "1", "size": true})",

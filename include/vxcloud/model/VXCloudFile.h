@@ -11,6 +11,10 @@
 
 namespace vxcloud {
 
+// Each provider's item view, declared with its session.
+namespace dropbox { struct Metadata; }
+namespace drive { struct File; }
+
 class VXCloudFile {
 public:
     // Keys of the upload-folder info dictionary (an account's uploadFolderInfo).
@@ -26,6 +30,13 @@ public:
     // The upload folder named by an upload-folder info dictionary: nothing when it is
     // absent or any of its three keys is missing or not a string.
     static std::shared_ptr<VXCloudFile> initWithUploadFolderInfo(const JsonBox& uploadFolderInfo);
+
+    // The file record of a Dropbox item: name, id, display path, and for files the content
+    // hash as version. A deleted entry stands for nothing stored and makes no record.
+    static std::shared_ptr<VXCloudFile> initWithMetadata(const dropbox::Metadata& metadata);
+    // The file record of a Drive file: a folder exactly when its MIME type is the Drive folder
+    // type; the MD5 checksum is the version. A file in the trash makes no record.
+    static std::shared_ptr<VXCloudFile> initWithFile(const drive::File& file);
 
     // "documentId" of fileUploadStatus when it is a string, else name.
     std::string getNameFromUploadStatus() const;

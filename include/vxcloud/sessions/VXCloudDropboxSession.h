@@ -35,10 +35,6 @@ enum class WriteMode { add, overwrite };
 
 }  // namespace dropbox
 
-// The file record of a Dropbox item: name, id, display path, and for files the content
-// hash as version. A deleted entry stands for nothing stored and makes no record.
-std::shared_ptr<VXCloudFile> initWithMetadata(const dropbox::Metadata& metadata);
-
 class VXCloudDropboxSession final : public VXCloudSession {
 public:
     static constexpr std::chrono::milliseconds kMovePollInterval{3000};

@@ -37,10 +37,6 @@ inline constexpr const char* kFolderMimeType = "application/vnd.google-apps.fold
 
 }  // namespace drive
 
-// The file record of a Drive file: a folder exactly when its MIME type is the Drive folder
-// type; the MD5 checksum is the version. A file in the trash makes no record.
-std::shared_ptr<VXCloudFile> initWithFile(const drive::File& file);
-
 class VXCloudGoogleDriveSession final : public VXCloudSession {
 public:
     static constexpr const char* kSettingsFileName = ".quillosettings";

@@ -3,7 +3,7 @@
 
 namespace vxcloud {
 
-std::shared_ptr<VXCloudFile> initWithMetadata(const dropbox::Metadata& metadata) {
+std::shared_ptr<VXCloudFile> VXCloudFile::initWithMetadata(const dropbox::Metadata& metadata) {
     using Tag = dropbox::Metadata::Tag;
     if (metadata.tag == Tag::deleted) return nullptr;
     try {

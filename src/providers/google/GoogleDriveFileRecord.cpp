@@ -3,7 +3,7 @@
 
 namespace vxcloud {
 
-std::shared_ptr<VXCloudFile> initWithFile(const drive::File& file) {
+std::shared_ptr<VXCloudFile> VXCloudFile::initWithFile(const drive::File& file) {
     if (file.trashed.value_or(false)) return nullptr;
     try {
         const bool folder = file.mimeType && *file.mimeType == drive::kFolderMimeType;
