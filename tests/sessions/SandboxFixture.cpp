@@ -89,8 +89,8 @@ sandbox::RouteStats SandboxFixture::stats(const std::string& route) const {
     return sandbox_->stats(provider_.name + "/" + route);
 }
 
-bool SandboxFixture::fault(const std::string& route, const std::string& spec, int times) {
-    const auto parsed = sandbox::FaultSpec::parse(spec);
+bool SandboxFixture::fault(const std::string& route, const std::string& instruction, int times) {
+    const auto parsed = sandbox::FaultSpec::parse(instruction);
     return parsed && sandbox_->enqueueFault(provider_.name + "/" + route, *parsed, times);
 }
 

@@ -51,7 +51,7 @@ public:
     std::int64_t requests(const std::string& route) const { return stats(route).requests; }
     std::int64_t bytesReceived(const std::string& route) const { return stats(route).bytesReceived; }
     // Queues a fault in the sandbox's text form on a route ("files/update", "oauth2/token").
-    bool fault(const std::string& route, const std::string& spec, int times = 1);
+    bool fault(const std::string& route, const std::string& instruction, int times = 1);
 
 protected:
     explicit SandboxFixture(SandboxProvider provider);
@@ -108,8 +108,8 @@ protected:
         EXPECT_EQ(event.kind, SessionEvent::Kind::didUpload) << describe(event);
         return makeStoredDocument(*this->fx_.account(), name, fingerprint(bytes), bytes, fingerprint(bytes));
     }
-    void fault(const std::string& route, const std::string& spec, int times = 1) {
-        ASSERT_TRUE(this->fx_.fault(route, spec, times)) << route << ": " << spec;
+    void fault(const std::string& route, const std::string& instruction, int times = 1) {
+        ASSERT_TRUE(this->fx_.fault(route, instruction, times)) << route << ": " << instruction;
     }
 };
 
