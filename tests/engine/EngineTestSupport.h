@@ -30,6 +30,7 @@
 #include "vxcloud/platform/PreferencesStore.h"
 #include "vxcloud/platform/Reachability.h"
 #include "vxcloud/sessions/VXCloudSession.h"
+#include "support/TempFolder.h"
 
 namespace vxcloud::enginetest {
 
@@ -288,29 +289,7 @@ private:
     NotificationCenter::ObserverToken token_;
 };
 
-class TempFolder {
-public:
-    TempFolder() {
-        std::string pattern =
-            (std::filesystem::temp_directory_path() / "vxcloud-engine-XXXXXX").string();
-        if (::mkdtemp(pattern.data())) path_ = pattern;
-    }
-    ~TempFolder() {
-        std::error_code ignored;
-        if (!path_.empty()) std::filesystem::remove_all(path_, ignored);
-    }
-    TempFolder(const TempFolder&) = delete;
-    TempFolder& operator=(const TempFolder&) = delete;
-    std::string file(const std::string& name) const { return path_ + "/" + name; }
-    std::string write(const std::string& name, const std::string& content) const {
-        const std::string path = file(name);
-        std::ofstream(path, std::ios::binary) << content;
-        return path;
-    }
-
-private:
-    std::string path_;
-};
+using testing::TempFolder;
 
 inline Json folderInfo(const std::string& id = "folder-1") {
     return Json{{"uploadFolderId", id}, {"uploadFolderName", "Scans"}, {"uploadFolderPath", "/Scans"}};

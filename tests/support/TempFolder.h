@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -26,6 +27,12 @@ public:
     const std::string& path() const { return path_; }
     std::string file(const std::string& name) const { return path_ + "/" + name; }
     std::string operator/(const std::string& name) const { return file(name); }
+    // Writes `content` to the named file; returns its path.
+    std::string write(const std::string& name, const std::string& content) const {
+        const std::string path = file(name);
+        std::ofstream(path, std::ios::binary) << content;
+        return path;
+    }
 
     // Names in the folder (not recursive), sorted.
     std::vector<std::string> names() const {
