@@ -1,6 +1,7 @@
 // sandbox-connect: remember a running vxcloud-sandbox so later commands use it.
 #include <nlohmann/json.hpp>
 
+#include "Accounts.h"
 #include "CliError.h"
 #include "Commands.h"
 #include "Output.h"
@@ -17,6 +18,16 @@ int connect(const CommonOptions& common, const std::string& url, bool disconnect
     if (disconnect) {
         const bool was = forgetSandboxUrl(paths.sandboxFile());
         say(was ? "Disconnected: commands reach the real services again." : "No sandbox was connected.");
+        // Accounts linked through the sandbox stay in the list, but the services would refuse
+        // their sandbox tokens; say so now rather than at the next upload.
+        const AccountList linked = linkedAccounts();
+        if (was && !linked.empty()) {
+            std::string labels;
+            for (const auto& account : linked) labels += "\n  " + accountLabel(*account);
+            say("Still linked:" + labels +
+                "\nAccounts linked while the sandbox was connected only work with it; unlink them with: "
+                "vxcloud unlink ACCOUNT");
+        }
         return kExitOk;
     }
     if (url.empty()) throw CliError("give the sandbox's URL, or --disconnect", kExitUsage);

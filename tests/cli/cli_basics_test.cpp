@@ -211,6 +211,25 @@ TEST(CliState, DamagedStateFilesAreReportedNotFatal) {
     EXPECT_EQ(readFile(home.recordsPath()), std::string(200, 'x')) << "the damaged file is left for the person";
 }
 
+TEST(CliSandbox, ConnectingAndDisconnectingSaysWhatStaysLinked) {
+    SandboxProcess sandbox;
+    ASSERT_TRUE(sandbox.ok()) << sandbox.error();
+    CliHome home;
+    const RunResult connected = home.run({"sandbox-connect", sandbox.baseUrl()});
+    ASSERT_EQ(connected.status, 0) << connected.out << connected.err;
+    const std::string email = sandbox.accounts("dropbox").front()["email"].get<std::string>();
+    const RunResult linked = home.run({"link", "dropbox", "--as", email});
+    ASSERT_EQ(linked.status, 0) << linked.out << linked.err;
+
+    const RunResult disconnected = home.run({"sandbox-connect", "--disconnect"});
+    EXPECT_EQ(disconnected.status, 0);
+    EXPECT_TRUE(contains(disconnected.out, "Dropbox:" + email)) << disconnected.out;
+    EXPECT_TRUE(contains(disconnected.out, "vxcloud unlink ACCOUNT")) << disconnected.out;
+    const RunResult again = home.run({"sandbox-connect", "--disconnect"});
+    EXPECT_TRUE(contains(again.out, "No sandbox was connected.")) << again.out;
+    EXPECT_FALSE(contains(again.out, "Still linked")) << again.out;
+}
+
 TEST(CliSandbox, AnUnreachableSandboxIsNamedInTheError) {
     CliHome home;
     const RunResult r = home.run({"link", "dropbox", "--sandbox", "http://127.0.0.1:9"});
