@@ -35,5 +35,8 @@ std::uint64_t randomNumber();
 // "%Y-%m-%dT%H:%M:%SZ" in UTC, and its strict parser (-1 when the text does not match).
 std::string formatUtc(std::int64_t secondsSinceEpoch);
 std::int64_t parseUtc(std::string_view text);
+// RFC 3339 ("2024-05-01T09:30:02.123Z", "2024-05-01T09:30:02+02:00", or without a zone,
+// which is UTC) in seconds since the epoch; -1 when the text is not such a time.
+std::int64_t parseRfc3339(std::string_view text);
 
 }  // namespace vxcloud::sandbox

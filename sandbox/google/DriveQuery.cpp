@@ -300,56 +300,6 @@ std::string quoteLiteral(std::string_view value) {
     return out + "'";
 }
 
-std::int64_t parseRfc3339(std::string_view text) {
-    if (text.size() < 19 || text[4] != '-' || text[7] != '-' || (text[10] != 'T' && text[10] != 't') ||
-        text[13] != ':' || text[16] != ':') {
-        return -1;
-    }
-    auto number = [&](std::size_t pos, std::size_t len) -> int {
-        int v = 0;
-        for (std::size_t i = pos; i < pos + len; ++i) {
-            if (!std::isdigit(static_cast<unsigned char>(text[i]))) return -1;
-            v = v * 10 + (text[i] - '0');
-        }
-        return v;
-    };
-    std::tm tm{};
-    const int year = number(0, 4), month = number(5, 2), day = number(8, 2);
-    const int hour = number(11, 2), minute = number(14, 2), second = number(17, 2);
-    if (year < 1970 || month < 1 || month > 12 || day < 1 || day > 31 || hour < 0 || hour > 23 || minute < 0 ||
-        minute > 59 || second < 0 || second > 60) {
-        return -1;
-    }
-    std::size_t i = 19;
-    if (i < text.size() && text[i] == '.') {
-        ++i;
-        const std::size_t digits = i;
-        while (i < text.size() && std::isdigit(static_cast<unsigned char>(text[i]))) ++i;
-        if (i == digits) return -1;
-    }
-    std::int64_t offset = 0;
-    if (i < text.size()) {
-        if (text[i] == 'Z' || text[i] == 'z') {
-            ++i;
-        } else if ((text[i] == '+' || text[i] == '-') && i + 6 == text.size() && text[i + 3] == ':') {
-            const int h = number(i + 1, 2), m = number(i + 4, 2);
-            if (h < 0 || m < 0) return -1;
-            offset = (text[i] == '+' ? 1 : -1) * (h * 3600 + m * 60);
-            i += 6;
-        } else {
-            return -1;
-        }
-    }
-    if (i != text.size()) return -1;
-    tm.tm_year = year - 1900;
-    tm.tm_mon = month - 1;
-    tm.tm_mday = day;
-    tm.tm_hour = hour;
-    tm.tm_min = minute;
-    tm.tm_sec = second;
-    return static_cast<std::int64_t>(timegm(&tm)) - offset;
-}
-
 std::string formatRfc3339(std::int64_t seconds) {
     std::string text = formatUtc(seconds);  // "...:SSZ"
     text.insert(text.size() - 1, ".000");

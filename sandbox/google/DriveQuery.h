@@ -52,9 +52,6 @@ private:
 // client writes it.
 std::string quoteLiteral(std::string_view value);
 
-// RFC 3339 ("2024-05-01T09:30:02.123Z", "2024-05-01T09:30:02+02:00", or without a zone,
-// which is UTC) in seconds since the epoch; -1 when the text is not such a time.
-std::int64_t parseRfc3339(std::string_view text);
 // "2024-05-01T09:30:02.000Z"
 std::string formatRfc3339(std::int64_t seconds);
 
