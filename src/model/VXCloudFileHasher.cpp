@@ -1,13 +1,12 @@
 #include "vxcloud/model/VXCloudFileHasher.h"
 
 #include <openssl/evp.h>
-#include <sys/mman.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "model/QuickXorHash.h"
 
@@ -21,31 +20,18 @@ struct ContextDeleter {
 };
 using Context = std::unique_ptr<EVP_MD_CTX, ContextDeleter>;
 
-// Lets the kernel take back the pages of a mapped document that were just hashed: they
-// are clean file pages, read again on demand, and keeping them would make hashing a
-// large file cost its whole size in resident memory. Only whole pages inside the range
-// are released.
-void releaseHashedPages(const ByteBuffer& buffer, std::size_t offset, std::size_t length) {
-    if (!buffer.isMapped() || length == 0) return;
-    static const auto pageSize = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
-    const auto start = reinterpret_cast<std::uintptr_t>(buffer.data() + offset);
-    const auto end = start + length;
-    const std::uintptr_t first = (start + pageSize - 1) / pageSize * pageSize;
-    const std::uintptr_t last = end / pageSize * pageSize;
-    if (last > first) madvise(reinterpret_cast<void*>(first), last - first, MADV_DONTNEED);
-}
-
-// Feeds bytes [offset, offset + length) of the buffer to `update`. A mapped buffer is fed
-// in pieces whose pages are released right after, so that at most one piece is resident
-// on the hasher's account. False as soon as `update` fails.
+// Feeds bytes [offset, offset + length) of the buffer to `update`. A mapped document is
+// read from its file a piece at a time into one reused buffer: faulting the mapping's
+// pages in costs about as much as hashing them, and reading keeps the hasher's memory at
+// one piece whatever the document's size. False as soon as a read or `update` fails.
 template <typename Update>
 bool feedRange(const ByteBuffer& buffer, std::size_t offset, std::size_t length, Update& update) {
-    constexpr std::size_t kReleasePiece = 1024 * 1024;
-    const std::size_t piece = buffer.isMapped() ? kReleasePiece : length;
+    if (!buffer.isMapped()) return length == 0 || update(buffer.data() + offset, length);
+    constexpr std::size_t kPiece = 1024 * 1024;
+    std::vector<std::uint8_t> piece(std::min(kPiece, length));
     for (std::size_t done = 0; done < length;) {
-        const std::size_t size = std::min(piece, length - done);
-        if (!update(buffer.data() + offset + done, size)) return false;
-        releaseHashedPages(buffer, offset + done, size);
+        const std::size_t size = std::min(kPiece, length - done);
+        if (!buffer.copyOut(offset + done, size, piece.data()) || !update(piece.data(), size)) return false;
         done += size;
     }
     return true;

@@ -16,12 +16,14 @@ struct ByteBuffer::Storage {
     std::string text;
     void* map = nullptr;
     std::size_t mapSize = 0;
+    int fd = -1;  // the mapped file, kept open for reads that bypass the mapping
 
     Storage() = default;
     Storage(const Storage&) = delete;
     Storage& operator=(const Storage&) = delete;
     ~Storage() {
         if (map) ::munmap(map, mapSize);
+        if (fd >= 0) ::close(fd);
     }
 };
 
@@ -77,12 +79,15 @@ std::optional<ByteBuffer> ByteBuffer::mapFile(const std::string& path, std::stri
     const auto size = static_cast<std::size_t>(st.st_size);
     void* map = ::mmap(nullptr, size, PROT_READ, MAP_PRIVATE, fd, 0);
     int err = errno;
-    ::close(fd);  // the mapping stays valid without the descriptor
-    if (map == MAP_FAILED) return fail(err);
+    if (map == MAP_FAILED) {
+        ::close(fd);
+        return fail(err);
+    }
     ::madvise(map, size, MADV_SEQUENTIAL);
     auto storage = std::make_shared<Storage>();
     storage->map = map;
     storage->mapSize = size;
+    storage->fd = fd;
     ByteBuffer b;
     b.data_ = static_cast<const std::uint8_t*>(map);
     b.size_ = size;
@@ -100,5 +105,23 @@ ByteBuffer ByteBuffer::slice(std::size_t offset, std::size_t length) const {
 }
 
 bool ByteBuffer::isMapped() const noexcept { return storage_ && storage_->map != nullptr; }
+
+bool ByteBuffer::copyOut(std::size_t offset, std::size_t length, std::uint8_t* out) const {
+    if (offset > size_ || length > size_ - offset) return false;
+    if (!isMapped() || storage_->fd < 0) {
+        if (length > 0) std::memcpy(out, data_ + offset, length);
+        return true;
+    }
+    auto fileOffset = static_cast<off_t>(data_ - static_cast<const std::uint8_t*>(storage_->map) + offset);
+    while (length > 0) {
+        const ssize_t got = ::pread(storage_->fd, out, length, fileOffset);
+        if (got < 0 && errno == EINTR) continue;
+        if (got <= 0) return false;  // an error, or the file shrank under the mapping
+        out += got;
+        length -= static_cast<std::size_t>(got);
+        fileOffset += got;
+    }
+    return true;
+}
 
 }  // namespace vxcloud

@@ -36,6 +36,11 @@ public:
     ByteBuffer slice(std::size_t offset, std::size_t length) const;
     // Whether the bytes come from a file mapping rather than heap memory.
     bool isMapped() const noexcept;
+    // Copies `length` bytes from `offset` of this buffer into `out`. For a mapped buffer
+    // they are read from the file, which costs less than faulting the mapping's pages in
+    // when every byte is read once in order (hashing). False when the range is outside the
+    // buffer or the read fails.
+    bool copyOut(std::size_t offset, std::size_t length, std::uint8_t* out) const;
 
     friend bool operator==(const ByteBuffer& a, const ByteBuffer& b) noexcept {
         return a.view() == b.view();
