@@ -18,10 +18,10 @@
 
 #include "../oauth/TokenProvider.h"
 #include "../ProviderSupport.h"
+#include "DropboxItem.h"
 #include "vxcloud/model/ProviderError.h"
 #include "vxcloud/platform/ByteBuffer.h"
 #include "vxcloud/platform/Http.h"
-#include "vxcloud/sessions/VXCloudDropboxSession.h"
 #include "vxcloud/sessions/VXCloudServiceConfig.h"
 
 namespace vxcloud::dropbox {

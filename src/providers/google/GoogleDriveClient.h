@@ -22,10 +22,10 @@
 
 #include "../ProviderSupport.h"
 #include "../oauth/TokenProvider.h"
+#include "DriveFile.h"
 #include "vxcloud/model/ProviderError.h"
 #include "vxcloud/platform/ByteBuffer.h"
 #include "vxcloud/platform/Http.h"
-#include "vxcloud/sessions/VXCloudGoogleDriveSession.h"
 #include "vxcloud/sessions/VXCloudServiceConfig.h"
 
 namespace vxcloud::drive {
