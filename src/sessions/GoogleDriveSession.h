@@ -48,6 +48,8 @@ public:
     // The folder id of a parent record: its id, or "root" when it has none. Lookups also
     // take an empty id for the top folder.
     static std::string folderId(const std::shared_ptr<VXCloudFile>& parent, bool forLookup);
+    // The search text for every live item of a folder.
+    static std::string folderContentsQuery(const std::string& folderId);
 
 private:
     std::shared_ptr<GoogleDriveSession> self();

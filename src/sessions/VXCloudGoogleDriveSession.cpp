@@ -22,6 +22,16 @@ namespace {
 // Platform error code of removeAuthorization.
 constexpr long kAuthorizationNotRemoved = 3;
 
+std::string quoted(const std::string& text) {
+    // Backslashes first, then quotes, so an escaped quote's backslash is not doubled.
+    std::string out = "'";
+    for (const char c : text) {
+        if (c == '\\' || c == '\'') out += '\\';
+        out += c;
+    }
+    return out + "'";
+}
+
 // An RFC 3339 UTC time as Drive writes it, in an order that sorts like the time itself
 // whatever the number of fraction digits: "YYYY-MM-DDTHH:MM:SS" and nine fraction digits.
 std::string sortableTime(const std::optional<std::string>& time) {
@@ -88,16 +98,6 @@ std::string GoogleDriveSession::folderId(const std::shared_ptr<VXCloudFile>& par
     return *parent->id;
 }
 
-std::string VXCloudGoogleDriveSession::quoted(const std::string& text) {
-    // Backslashes first, then quotes, so an escaped quote's backslash is not doubled.
-    std::string out = "'";
-    for (const char c : text) {
-        if (c == '\\' || c == '\'') out += '\\';
-        out += c;
-    }
-    return out + "'";
-}
-
 std::string VXCloudGoogleDriveSession::subfoldersQuery(const std::string& folderId) {
     return quoted(folderId) + " IN parents and mimeType = '" + drive::kFolderMimeType + "' and trashed = false";
 }
@@ -106,7 +106,7 @@ std::string VXCloudGoogleDriveSession::documentQuery(const std::string& folderId
     return quoted(folderId) + " IN parents and name = " + quoted(name) + " and trashed = false";
 }
 
-std::string VXCloudGoogleDriveSession::folderContentsQuery(const std::string& folderId) {
+std::string GoogleDriveSession::folderContentsQuery(const std::string& folderId) {
     return quoted(folderId) + " IN parents and trashed = false";
 }
 

@@ -27,13 +27,11 @@ public:
     // Bytes sent at the previous progress report; empty until the first one.
     virtual std::optional<std::uint64_t> previousUploadAmount() const = 0;
 
-    // The search texts the session sends; names are quoted with their quotes and
-    // backslashes escaped, so no name can change a query's meaning.
+    // Search texts the session sends; names are quoted with their quotes and backslashes
+    // escaped, so no name can change a query's meaning.
     static std::string subfoldersQuery(const std::string& folderId);
     static std::string documentQuery(const std::string& folderId, const std::string& name);
-    static std::string folderContentsQuery(const std::string& folderId);
     static std::string settingsQuery();
-    static std::string quoted(const std::string& text);
 
     ~VXCloudGoogleDriveSession() override;
 
