@@ -9,6 +9,8 @@
 #include <memory>
 #include <string>
 
+#include "model/QuickXorHash.h"
+
 namespace vxcloud {
 namespace {
 
@@ -141,6 +143,20 @@ std::optional<std::string> VXCloudFileHasher::dropboxHash(const ByteBuffer& file
     unsigned size = 0;
     if (!fed || EVP_DigestFinal_ex(overall.get(), result.data(), &size) != 1) return std::nullopt;
     return hexString({result.data(), size});
+}
+
+std::string VXCloudFileHasher::quickXorHash(const ByteBuffer& fileData) {
+    QuickXorHash hash;
+    auto update = [&](const std::uint8_t* bytes, std::size_t length) {
+        hash.update(bytes, length);
+        return true;
+    };
+    feedRange(fileData, 0, fileData.size(), update);
+    const auto digest = hash.finish();
+    // 20 bytes make 28 base64 characters, and EVP_EncodeBlock adds a terminating NUL.
+    std::array<unsigned char, 29> text{};
+    const int length = EVP_EncodeBlock(text.data(), digest.data(), static_cast<int>(digest.size()));
+    return std::string(reinterpret_cast<const char*>(text.data()), static_cast<std::size_t>(length));
 }
 
 ByteBuffer VXCloudFileHasher::sha256(const ByteBuffer& data) {

@@ -71,13 +71,26 @@ bool RetryPolicy::shouldRetry(const HttpResponse& response, int attempt, bool id
         default: return false;
     }
 
-    if (!contains(retryStatuses, response.status)) return false;
+    const bool refused = refusedBeforeActing && refusedBeforeActing(response);
+    if (!refused && !contains(retryStatuses, response.status)) return false;
     const auto wait = retryAfter(response);
     if (wait && *wait > maxRetryAfter) return false;
-    if (idempotent) return true;
+    if (idempotent || refused) return true;
     // The server turned the request away before acting on it only when it says when to
     // come back; a bare 5xx may come after the work was done.
     return wait.has_value() && (response.status == 429 || response.status == 503);
+}
+
+bool RetryPolicy::isTransient(const HttpResponse& response) const {
+    switch (response.error) {
+        case TransportError::none: break;
+        case TransportError::couldNotResolve:
+        case TransportError::couldNotConnect:
+        case TransportError::connectionLost:
+        case TransportError::timedOut: return true;
+        default: return false;
+    }
+    return contains(retryStatuses, response.status) || (refusedBeforeActing && refusedBeforeActing(response));
 }
 
 milliseconds RetryPolicy::delayBefore(int nextAttempt, const HttpResponse& last) const {

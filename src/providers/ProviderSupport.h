@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <stdexcept>
 #include <utility>
 
 #include "vxcloud/model/ProviderError.h"
@@ -32,11 +33,18 @@ public:
         return failure(other.error());
     }
     bool ok() const { return value_.has_value(); }
-    const T& value() const { return *value_; }
-    T& value() { return *value_; }
-    const E& error() const { return *error_; }
+    // Reading the side a result does not hold is a programming error: it throws instead
+    // of reading an empty optional, and the session's guard reports it as a failure.
+    const T& value() const { return checked(value_, "value() of a failed call"); }
+    T& value() { return checked(value_, "value() of a failed call"); }
+    const E& error() const { return checked(error_, "error() of a successful call"); }
 
 private:
+    template <typename O>
+    static auto& checked(O& slot, const char* what) {
+        if (!slot) throw std::logic_error(what);
+        return *slot;
+    }
     std::optional<T> value_;
     std::optional<E> error_;
 };

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <openssl/evp.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -64,6 +65,66 @@ TEST(FileHasher, DropboxBlockBoundaries) {
               "14a4d47f23a30177885d9820122f17d2d3a55fe63f7f5c27b95f689e0b2accd6");
     const auto data = ByteBuffer::adopt(randomBytes(2 * kBlock + 12345));
     EXPECT_EQ(VXCloudFileHasher::dropboxHash(data), referenceDropboxHash(data));
+}
+
+// The bit-by-bit definition, to check the folded implementation against.
+std::string referenceQuickXor(const std::vector<std::uint8_t>& bytes) {
+    std::array<std::uint8_t, 20> state{};
+    for (std::size_t i = 0; i < bytes.size(); ++i) {
+        for (unsigned bit = 0; bit < 8; ++bit) {
+            if (((bytes[i] >> bit) & 1U) == 0) continue;
+            const std::size_t position = (11 * i + bit) % 160;
+            state[position / 8] ^= static_cast<std::uint8_t>(1U << (position % 8));
+        }
+    }
+    const std::uint64_t length = bytes.size();
+    for (std::size_t i = 0; i < 8; ++i) state[12 + i] ^= static_cast<std::uint8_t>(length >> (8 * i));
+    return VXCloudFileHasher::hexString(state);
+}
+
+std::string quickXorHex(const ByteBuffer& data) {
+    // Back from base64 to compare with the reference in hex.
+    const std::string text = VXCloudFileHasher::quickXorHash(data);
+    std::vector<std::uint8_t> raw(21);
+    const int n = EVP_DecodeBlock(raw.data(), reinterpret_cast<const unsigned char*>(text.data()),
+                                  static_cast<int>(text.size()));
+    if (n != 21) return "bad base64: " + text;
+    raw.resize(20);
+    return VXCloudFileHasher::hexString(raw);
+}
+
+TEST(FileHasher, QuickXorHashVectorsAndFolding) {
+    const std::pair<std::string, std::string> vectors[] = {
+        {"", "AAAAAAAAAAAAAAAAAAAAAAAAAAA="},
+        {"J", "SgAAAAAAAAAAAAAAAQAAAAAAAAA="},
+        {"\xb5\xb4", "taAFAAAAAAAAAAAAAgAAAAAAAAA="},
+        {"quick_xor_hash_text_of_some_sort", "x26n1MWtON/m0nET1m1ygSm5BPs="},
+        {"a", "YQAAAAAAAAAAAAAAAQAAAAAAAAA="},
+        {"abc", "YRDDGAAAAAAAAAAAAwAAAAAAAAA="},
+        {"Hello, World!", "SCgDG9jwBhaA4ApvnQMbyBACAAA="},
+        {"The quick brown fox jumps over the lazy dog", "bMSlbysmxJL6S75XwfMcQZOpcr4="},
+    };
+    for (const auto& [input, digest] : vectors) {
+        EXPECT_EQ(VXCloudFileHasher::quickXorHash(ByteBuffer::copyOf(std::string_view(input))), digest) << input;
+    }
+
+    // Lengths around the 160-byte rows, and a stream fed in uneven pieces (a mapped file
+    // is hashed piece by piece), agree with the bit-by-bit definition.
+    const auto bytes = randomBytes(3 * 1024 * 1024 + 321);
+    for (std::size_t size : {159u, 160u, 161u, 320u, 1000u, 4096u + 7u}) {
+        const std::vector<std::uint8_t> head(bytes.begin(), bytes.begin() + static_cast<long>(size));
+        EXPECT_EQ(quickXorHex(ByteBuffer::copyOf(std::span<const std::uint8_t>(head))), referenceQuickXor(head))
+            << size;
+    }
+    char pattern[] = "/tmp/vxcloud-quickxor-XXXXXX";
+    const int fd = mkstemp(pattern);
+    ASSERT_GE(fd, 0);
+    ASSERT_EQ(write(fd, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+    close(fd);
+    auto mapped = ByteBuffer::mapFile(pattern);
+    ASSERT_TRUE(mapped);
+    EXPECT_EQ(quickXorHex(*mapped), referenceQuickXor(bytes));
+    std::filesystem::remove(pattern);
 }
 
 TEST(FileHasher, PerServiceChoice) {

@@ -4,6 +4,7 @@
 // (the from*Response builders parse the documented error bodies); each classifier reads
 // only its own service's fields, so an unset field simply means "the provider said
 // nothing about it".
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -126,6 +127,16 @@ struct ProviderError {
     // Dropbox: the route's typed error of an upload, or of a move or rename.
     std::optional<DropboxUploadError> dropboxUploadError;
     std::optional<DropboxRelocationError> dropboxRelocationError;
+    // Dropbox: a 409 route error's tags from the outside in ("path/conflict/folder"), the
+    // WriteError of a route whose error union wraps one (create_folder "path", delete
+    // "path_write", upload_session/finish "path"), and an upload session's correct_offset.
+    std::string dropboxRouteTags;
+    std::optional<DropboxWriteError> dropboxWriteError;
+    std::optional<std::int64_t> dropboxCorrectOffset;
+
+    // The answer said "try again later" (a rate limit, server trouble, a lost connection)
+    // and the client's repeats ran out; a caller may resume or repeat later.
+    bool transient = false;
 
     TransportErrorKind transport = TransportErrorKind::none;
     // A short readable text for logs and diagnostics; never carries credentials.

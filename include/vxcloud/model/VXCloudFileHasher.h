@@ -30,6 +30,9 @@ public:
     // bytes block by block; a mapped document's hashed pages are let go as it goes, so
     // hashing a large file does not keep it all resident.
     static std::optional<std::string> dropboxHash(const ByteBuffer& fileData);
+    // OneDrive's QuickXorHash, in the service's form: base64 of its 20 bytes. The only
+    // digest OneDrive reports for every kind of drive.
+    static std::string quickXorHash(const ByteBuffer& fileData);
     // The raw 32-byte SHA-256 digest.
     static ByteBuffer sha256(const ByteBuffer& data);
 

@@ -95,6 +95,10 @@ struct RetryPolicy {
     std::vector<int> retryStatuses{429, 500, 502, 503, 504};
     bool retryOnConnectionLost = true;
     bool retryOnTimeout = true;
+    // A provider's own "try again" answers beyond retryStatuses (Drive's 403 rate limits,
+    // Dropbox's 409 too_many_write_operations). The provider gives them before acting on
+    // the request, so they are repeated whatever the request's idempotency.
+    std::function<bool(const HttpResponse&)> refusedBeforeActing;
 
     static RetryPolicy none() { return {}; }
     static RetryPolicy standard(int attempts = 4) {
@@ -105,6 +109,9 @@ struct RetryPolicy {
     // Whether attempt number `attempt` (1-based) that ended in `response` should be
     // repeated for a request of the given idempotency.
     bool shouldRetry(const HttpResponse& response, int attempt, bool idempotent) const;
+    // Whether the answer says "try again later" (a dropped connection, a timeout, a listed
+    // status, a provider's own such answer), whatever the attempts left.
+    bool isTransient(const HttpResponse& response) const;
     // The wait before the next attempt: Retry-After when the answer has one, else
     // backoff with jitter.
     std::chrono::milliseconds delayBefore(int nextAttempt, const HttpResponse& last) const;

@@ -1,23 +1,9 @@
-#include <thread>
-
 #include "DropboxWire.h"
 #include "providers/oauth/ClientForAccount.h"
 #include "vxcloud/platform/Log.h"
 
 namespace vxcloud::dropbox {
 namespace {
-
-CallError fromTokenFailure(const oauth::TokenFailure& failure) {
-    CallError error;
-    error.error = failure.error;
-    switch (failure.kind) {
-        case oauth::TokenFailure::Kind::authentication: error.kind = CallErrorKind::auth; break;
-        case oauth::TokenFailure::Kind::server: error.kind = CallErrorKind::internalServer; break;
-        case oauth::TokenFailure::Kind::connection:
-        case oauth::TokenFailure::Kind::malformed: error.kind = CallErrorKind::client; break;
-    }
-    return error;
-}
 
 json parseBody(const std::string& body) { return json::parse(body, nullptr, false); }
 
@@ -33,6 +19,7 @@ bool refreshable(const HttpResponse& response) {
 
 // A 409 that says "try again": the namespace was busy or the server hiccupped.
 bool transientRouteError(const HttpResponse& response) {
+    if (response.status != 409) return false;
     const json body = parseBody(response.body);
     if (!body.is_object() || !body.contains("error")) return false;
     const std::string tag = innermostTag(body["error"]);
@@ -49,36 +36,56 @@ CallErrorKind kindForStatus(int status) {
     return CallErrorKind::http;
 }
 
-CallError classify(const DropboxClient::Request& request, const HttpResponse& response) {
-    CallError error;
-    if (response.transportFailed()) {
-        error.kind = CallErrorKind::client;
-        error.error = ProviderError::transportFailure(providers::transportErrorKind(response.error),
-                                                      "Dropbox " + request.route + ": " + response.errorMessage);
-        return error;
+// A failed answer with the route's error union read into the provider error.
+ProviderError readRouteError(const DropboxClient::Request& request, const HttpResponse& response) {
+    ProviderError error = request.errors == ErrorUnion::relocation
+                              ? ProviderError::fromDropboxRelocationResponse(response.status, response.body)
+                              : ProviderError::fromDropboxUploadResponse(response.status, response.body);
+    if (request.errors == ErrorUnion::none) error.dropboxUploadError.reset();
+    if (response.status != 409) return error;
+    const json body = parseBody(response.body);
+    if (!body.is_object() || !body.contains("error")) return error;
+    const json& routeError = body["error"];
+    error.dropboxRouteTags = routeTags(routeError);
+    if (!request.writeErrorMember.empty() && tagOf(routeError) == request.writeErrorMember &&
+        routeError.contains(request.writeErrorMember)) {
+        error.dropboxWriteError = DropboxWriteError::fromJson(routeError[request.writeErrorMember]);
     }
-    error.kind = kindForStatus(response.status);
-    error.error = request.errors == ErrorUnion::relocation
-                      ? ProviderError::fromDropboxRelocationResponse(response.status, response.body)
-                      : ProviderError::fromDropboxUploadResponse(response.status, response.body);
-    if (request.errors == ErrorUnion::none) error.error.dropboxUploadError.reset();
-    if (response.status == 409) {
-        const json body = parseBody(response.body);
-        if (body.is_object() && body.contains("error")) {
-            const json& routeError = body["error"];
-            error.routeTags = routeTags(routeError);
-            if (!request.writeErrorMember.empty() && tagOf(routeError) == request.writeErrorMember &&
-                routeError.contains(request.writeErrorMember)) {
-                error.writeError = DropboxWriteError::fromJson(routeError[request.writeErrorMember]);
-            }
-            if (routeError.is_object() && routeError.contains("correct_offset") &&
-                routeError["correct_offset"].is_number_integer()) {
-                error.correctOffset = routeError["correct_offset"].get<std::int64_t>();
-            }
-        }
+    if (routeError.is_object() && routeError.contains("correct_offset") &&
+        routeError["correct_offset"].is_number_integer()) {
+        error.dropboxCorrectOffset = routeError["correct_offset"].get<std::int64_t>();
     }
-    error.error.message = "Dropbox " + request.route + ": " + error.error.message;
     return error;
+}
+
+providers::ProviderHooks dropboxHooks() {
+    providers::ProviderHooks hooks;
+    hooks.serviceName = "Dropbox";
+    hooks.logTag = "dropbox";
+    hooks.readError = [](const HttpResponse& response) {
+        return ProviderError::fromDropboxUploadResponse(response.status, response.body);
+    };
+    hooks.refreshable = refreshable;
+    // A token that cannot be had reads like the answer it stands for: a refused grant like
+    // a 401, a failing token endpoint like server trouble.
+    hooks.tokenFailure = [](const oauth::TokenFailure& failure) {
+        ProviderError error = failure.error;
+        switch (failure.kind) {
+            case oauth::TokenFailure::Kind::authentication: error.httpStatus = 401; break;
+            case oauth::TokenFailure::Kind::server: error.httpStatus = 500; break;
+            case oauth::TokenFailure::Kind::connection:
+            case oauth::TokenFailure::Kind::malformed: break;
+        }
+        return error;
+    };
+    hooks.refusedBeforeActing = transientRouteError;
+    hooks.onAnswer = [](const providers::ApiRequest& request, const HttpResponse& response) {
+        if (!log::enabled(log::Level::debug)) return;
+        if (auto id = response.headers.get("X-Dropbox-Request-Id")) {
+            log::debug("dropbox", request.what + " request id " + *id);
+        }
+    };
+    return hooks;
 }
 
 template <typename T, typename Reader>
@@ -156,67 +163,63 @@ Result<std::vector<RelocationBatchEntry>> batchEntries(const json& body, const s
 
 }  // namespace
 
+namespace {
+
+CallError callErrorOf(ProviderError error) {
+    CallError call;
+    call.kind = callErrorKind(error);
+    call.routeTags = error.dropboxRouteTags;
+    call.writeError = error.dropboxWriteError;
+    call.correctOffset = error.dropboxCorrectOffset;
+    call.error = std::move(error);
+    return call;
+}
+
+}  // namespace
+
+CallErrorKind callErrorKind(const ProviderError& error) {
+    if (error.transport != TransportErrorKind::none || !error.httpStatus) return CallErrorKind::client;
+    return kindForStatus(*error.httpStatus);
+}
+
 DropboxClient::DropboxClient(std::shared_ptr<oauth::TokenProvider> tokens, ClientOptions options)
     : tokens_(std::move(tokens)),
       options_(std::move(options)),
-      http_(options_.http ? options_.http : HttpClient::shared()) {}
+      caller_(tokens_, options_.http, options_.retry, dropboxHooks()) {}
 
 std::shared_ptr<DropboxClient> DropboxClient::forUser(const std::string& userId) {
     return oauth::clientForAccount<DropboxClient, ClientOptions>(VXCloudService::dropbox, userId);
 }
 
 Result<HttpResponse> DropboxClient::send(const Request& request) {
-    HttpRequest http;
-    http.method = "POST";
+    providers::ApiRequest api;
+    api.what = request.route;
+    api.method = "POST";
     const std::string& base =
         request.style == Style::rpc ? options_.endpoints.apiBase : options_.endpoints.contentBase;
-    http.url = base + "/2/" + request.route;
-    http.idempotent = request.idempotent;
+    api.url = base + "/2/" + request.route;
+    api.idempotent = request.idempotent;
     switch (request.style) {
         case Style::rpc:
             // Routes without an argument take the JSON null, as the official clients send.
-            http.headers.set("Content-Type", "application/json");
-            http.body = ByteBuffer::adopt(request.arg.dump());
+            api.headers.set("Content-Type", "application/json");
+            api.body = ByteBuffer::adopt(request.arg.dump());
             break;
         case Style::upload:
-            http.headers.set("Content-Type", "application/octet-stream");
-            http.headers.set("Dropbox-API-Arg", headerSafeJson(request.arg));
-            http.body = request.body;
-            http.onUploadProgress = request.onSent;
+            api.headers.set("Content-Type", "application/octet-stream");
+            api.headers.set("Dropbox-API-Arg", headerSafeJson(request.arg));
+            api.body = request.body;
+            api.onSent = request.onSent;
             break;
         case Style::download:
             // No body and no Content-Type: a form default would be refused.
-            http.headers.set("Dropbox-API-Arg", headerSafeJson(request.arg));
+            api.headers.set("Dropbox-API-Arg", headerSafeJson(request.arg));
             break;
     }
-
-    bool refreshed = false;
-    int routeRetries = 0;
-    oauth::TokenResult token = tokens_->accessToken();
-    for (;;) {
-        if (!token.accessToken) return Result<HttpResponse>::failure(fromTokenFailure(*token.failure));
-        http.headers.set("Authorization", "Bearer " + *token.accessToken);
-        HttpResponse response = http_->perform(http, options_.retry);
-        if (auto id = response.headers.get("X-Dropbox-Request-Id"); id && log::enabled(log::Level::debug)) {
-            log::debug("dropbox", request.route + " request id " + *id);
-        }
-        if (response.ok()) return Result<HttpResponse>::success(std::move(response));
-        if (!response.transportFailed()) {
-            if (response.status == 401 && !refreshed && refreshable(response)) {
-                refreshed = true;
-                token = tokens_->refreshAfterRejection(*token.accessToken);
-                continue;
-            }
-            if (response.status == 409 && routeRetries < options_.maxRouteRetries && transientRouteError(response)) {
-                ++routeRetries;
-                std::this_thread::sleep_for(options_.retry.delayBefore(routeRetries + 1, response));
-                continue;
-            }
-        }
-        CallError error = classify(request, response);
-        log::info("dropbox", error.error.message);
-        return Result<HttpResponse>::failure(std::move(error));
-    }
+    api.readError = [&request](const HttpResponse& response) { return readRouteError(request, response); };
+    auto sent = caller_.send(api);
+    if (!sent.ok()) return Result<HttpResponse>::failure(callErrorOf(sent.error()));
+    return Result<HttpResponse>::success(std::move(sent.value()));
 }
 
 Result<std::string> DropboxClient::getCurrentAccount() {

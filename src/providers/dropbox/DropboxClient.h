@@ -16,8 +16,7 @@
 #include <utility>
 #include <vector>
 
-#include "../oauth/TokenProvider.h"
-#include "../ProviderSupport.h"
+#include "../ProviderCaller.h"
 #include "DropboxItem.h"
 #include "vxcloud/model/ProviderError.h"
 #include "vxcloud/platform/ByteBuffer.h"
@@ -51,6 +50,9 @@ struct CallError {
 
 template <typename T>
 using Result = providers::Result<T, CallError>;
+
+// What kind of failure a provider error is, in the terms above.
+CallErrorKind callErrorKind(const ProviderError& error);
 
 struct ListFolderResult {
     std::vector<Metadata> entries;
@@ -109,10 +111,9 @@ struct ClientOptions {
     VXCloudServiceEndpoints endpoints = VXCloudServiceConfig::defaultEndpoints(VXCloudService::dropbox);
     VXCloudUploadLimits limits;
     std::shared_ptr<HttpClient> http;  // the shared client when empty
-    // 429 and 5xx are repeated, honouring Retry-After.
+    // 429, 5xx and a 409 too_many_write_operations / internal_error answer are repeated,
+    // honouring Retry-After, within this budget.
     RetryPolicy retry = RetryPolicy::standard(4);
-    // Repeats of a 409 too_many_write_operations / internal_error answer.
-    int maxRouteRetries = 3;
 };
 
 // The service's own limit of one upload request body.
@@ -164,7 +165,7 @@ private:
 
     std::shared_ptr<oauth::TokenProvider> tokens_;
     ClientOptions options_;
-    std::shared_ptr<HttpClient> http_;
+    providers::ProviderCaller caller_;
 };
 
 }  // namespace vxcloud::dropbox

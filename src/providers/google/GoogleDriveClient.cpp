@@ -1,7 +1,6 @@
 #include "providers/google/GoogleDriveClient.h"
 
 #include <set>
-#include <thread>
 
 #include "GoogleDriveRequest.h"
 #include "providers/oauth/ClientForAccount.h"
@@ -13,20 +12,31 @@ using nlohmann::json;
 
 namespace {
 
-CallError fromTokenFailure(const oauth::TokenFailure& failure) {
-    CallError error{failure.error};
-    // No usable grant is left (no token, no refresh token): the same outcome as the token
-    // endpoint refusing the grant, which only a new sign-in mends.
-    if (failure.kind == oauth::TokenFailure::Kind::authentication && !error.error.oauthError &&
-        !error.error.googleReason) {
-        error.error.oauthError = "invalid_grant";
-    }
-    return error;
+bool isRateLimit(const HttpResponse& response) {
+    if (response.status != 403) return false;
+    const ProviderError answer = ProviderError::fromGoogleResponse(response.status, response.body);
+    return answer.googleReason &&
+           (*answer.googleReason == "userRateLimitExceeded" || *answer.googleReason == "rateLimitExceeded");
 }
 
-bool isRateLimit(const ProviderError& error) {
-    return error.httpStatus == 403 && error.googleReason &&
-           (*error.googleReason == "userRateLimitExceeded" || *error.googleReason == "rateLimitExceeded");
+providers::ProviderHooks googleHooks() {
+    providers::ProviderHooks hooks;
+    hooks.serviceName = "Google Drive";
+    hooks.logTag = "google";
+    hooks.readError = [](const HttpResponse& response) {
+        return ProviderError::fromGoogleResponse(response.status, response.body);
+    };
+    hooks.refusedBeforeActing = isRateLimit;
+    hooks.tokenFailure = [](const oauth::TokenFailure& failure) {
+        ProviderError error = failure.error;
+        // No usable grant is left (no token, no refresh token): the same outcome as the
+        // token endpoint refusing the grant, which only a new sign-in mends.
+        if (failure.kind == oauth::TokenFailure::Kind::authentication && !error.oauthError && !error.googleReason) {
+            error.oauthError = "invalid_grant";
+        }
+        return error;
+    };
+    return hooks;
 }
 
 template <typename T, typename Reader>
@@ -56,63 +66,28 @@ std::string withQuery(std::string url, const std::vector<std::pair<std::string, 
     return url;
 }
 
-CallError callError(const HttpResponse& response, const std::string& what) {
-    if (response.transportFailed()) {
-        return CallError{ProviderError::transportFailure(providers::transportErrorKind(response.error),
-                                                         "Google Drive " + what + ": " + response.errorMessage)};
-    }
-    CallError error{ProviderError::fromGoogleResponse(response.status, response.body)};
-    error.error.message = "Google Drive " + what + ": " + error.error.message;
-    return error;
-}
-
 GoogleDriveClient::GoogleDriveClient(std::shared_ptr<oauth::TokenProvider> tokens, ClientOptions options)
-    : tokens_(std::move(tokens)),
-      options_(std::move(options)),
-      http_(options_.http ? options_.http : HttpClient::shared()) {}
+    : options_(std::move(options)), caller_(std::move(tokens), options_.http, options_.retry, googleHooks()) {}
 
 std::shared_ptr<GoogleDriveClient> GoogleDriveClient::forStorageName(const std::string& storageName) {
     return oauth::clientForAccount<GoogleDriveClient, ClientOptions>(VXCloudService::googleDrive, storageName);
 }
 
 Result<HttpResponse> GoogleDriveClient::send(const Request& request) {
-    HttpRequest http;
-    http.method = request.method;
-    http.url = request.url;
-    http.idempotent = request.idempotent;
-    http.body = request.body;
-    http.onUploadProgress = request.onSent;
-    if (!request.contentType.empty()) http.headers.set("Content-Type", request.contentType);
-    for (const auto& [name, value] : request.headers) http.headers.set(name, value);
-    const RetryPolicy& policy = request.retry ? *request.retry : options_.retry;
-
-    bool refreshed = false;
-    int rateLimitRetries = 0;
-    oauth::TokenResult token = tokens_->accessToken();
-    for (;;) {
-        if (!token.accessToken) return Result<HttpResponse>::failure(fromTokenFailure(*token.failure));
-        http.headers.set("Authorization", "Bearer " + *token.accessToken);
-        HttpResponse response = http_->perform(http, policy);
-        if (response.ok() || request.acceptsStatus(response.status)) {
-            return Result<HttpResponse>::success(std::move(response));
-        }
-        if (!response.transportFailed()) {
-            if (response.status == 401 && !refreshed) {
-                refreshed = true;
-                token = tokens_->refreshAfterRejection(*token.accessToken);
-                continue;
-            }
-            const ProviderError answer = ProviderError::fromGoogleResponse(response.status, response.body);
-            if (isRateLimit(answer) && request.idempotent && rateLimitRetries < options_.maxRateLimitRetries) {
-                ++rateLimitRetries;
-                std::this_thread::sleep_for(policy.delayBefore(rateLimitRetries + 1, response));
-                continue;
-            }
-        }
-        CallError error = callError(response, request.what);
-        log::info("google", error.error.message);
-        return Result<HttpResponse>::failure(std::move(error));
-    }
+    providers::ApiRequest api;
+    api.what = request.what;
+    api.method = request.method;
+    api.url = request.url;
+    api.idempotent = request.idempotent;
+    api.body = request.body;
+    api.onSent = request.onSent;
+    api.alsoAccepted = request.alsoAccepted;
+    api.maxAttempts = request.maxAttempts;
+    if (!request.contentType.empty()) api.headers.set("Content-Type", request.contentType);
+    for (const auto& [name, value] : request.headers) api.headers.set(name, value);
+    auto sent = caller_.send(api);
+    if (!sent.ok()) return Result<HttpResponse>::failure(CallError{sent.error()});
+    return Result<HttpResponse>::success(std::move(sent.value()));
 }
 
 Result<json> GoogleDriveClient::aboutGet(const std::string& fields) {

@@ -4,8 +4,8 @@
 // come from the secure store through the shared OAuth token provider; a rejected token is
 // refreshed once with the refresh grant.
 //
-// Retries: the transport repeats 429 and 5xx answers (honouring Retry-After) and the
-// client repeats a 403 whose reason is one of the rate limits, as Google asks. Documents up
+// Retries: 429 and 5xx answers and a 403 whose reason is one of the rate limits are
+// repeated with backoff (honouring Retry-After) within one attempt budget, as Google asks. Documents up
 // to the multipart limit go in one multipart/related request; larger ones through a
 // resumable session in chunks, which resumes where the server stopped after a dropped
 // connection or a server error.
@@ -20,8 +20,7 @@
 #include <string>
 #include <vector>
 
-#include "../ProviderSupport.h"
-#include "../oauth/TokenProvider.h"
+#include "../ProviderCaller.h"
 #include "DriveFile.h"
 #include "vxcloud/model/ProviderError.h"
 #include "vxcloud/platform/ByteBuffer.h"
@@ -52,8 +51,7 @@ struct ClientOptions {
     VXCloudUploadLimits limits;
     std::shared_ptr<HttpClient> http;  // the shared client when empty
     RetryPolicy retry = RetryPolicy::standard(4);
-    // Repeats of a 403 rate-limit answer, and resumptions of one resumable upload.
-    int maxRateLimitRetries = 3;
+    // Resumptions of one resumable upload.
     int maxResumes = 6;
 };
 
@@ -115,9 +113,8 @@ private:
     Result<File> uploadResumable(const Upload& upload);
     Result<std::string> startSession(const Upload& upload);
 
-    std::shared_ptr<oauth::TokenProvider> tokens_;
     ClientOptions options_;
-    std::shared_ptr<HttpClient> http_;
+    providers::ProviderCaller caller_;
 };
 
 // The wire forms (GoogleDriveWire.cpp).

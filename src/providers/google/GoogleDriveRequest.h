@@ -20,8 +20,8 @@ struct GoogleDriveClient::Request {
     std::function<void(std::int64_t sent, std::int64_t total)> onSent;
     // Statuses other than 2xx that are answers rather than failures (308 of an upload).
     std::vector<int> alsoAccepted;
-    // A policy of its own instead of the client's.
-    std::optional<RetryPolicy> retry;
+    // Attempts instead of the client's budget (1: the caller resumes by itself).
+    std::optional<int> maxAttempts;
 
     bool acceptsStatus(int status) const {
         for (int accepted : alsoAccepted) {
@@ -33,7 +33,5 @@ struct GoogleDriveClient::Request {
 
 // `url` with the parameters appended, percent-encoded.
 std::string withQuery(std::string url, const std::vector<std::pair<std::string, std::string>>& params);
-// A failed answer (or no answer) as the client reports it.
-CallError callError(const HttpResponse& response, const std::string& what);
 
 }  // namespace vxcloud::drive

@@ -32,14 +32,6 @@ std::optional<std::int64_t> storedBytes(const HttpResponse& response) {
     return std::stoll(last) + 1;
 }
 
-bool transient(const ProviderError& error) {
-    if (error.transport != TransportErrorKind::none) return error.transport != TransportErrorKind::malformedResponse;
-    const int status = error.httpStatus.value_or(0);
-    const bool rateLimit = status == 403 && error.googleReason &&
-                           (*error.googleReason == "userRateLimitExceeded" || *error.googleReason == "rateLimitExceeded");
-    return status >= 500 || status == 429 || rateLimit;
-}
-
 Result<File> fileFrom(const HttpResponse& response, const std::string& what) {
     const json body = json::parse(response.body, nullptr, false);
     auto file = body.is_discarded() ? std::nullopt : parseFile(body);
@@ -150,7 +142,7 @@ Result<File> GoogleDriveClient::uploadResumable(const Upload& upload) {
         put.url = sessionUri;
         put.alsoAccepted = {308};
         // Failures are handled here, by asking the session where to go on.
-        put.retry = RetryPolicy::none();
+        put.maxAttempts = 1;
         if (askStatus) {
             put.headers = {{"Content-Range", "bytes */" + std::to_string(total)}};
         } else {
@@ -204,8 +196,8 @@ Result<File> GoogleDriveClient::uploadResumable(const Upload& upload) {
             askStatus = false;
             continue;
         }
-        if (!transient(error) || ++resumes > options_.maxResumes) return Result<File>::failureOf(sent);
-        std::this_thread::sleep_for(options_.retry.delayBefore(resumes + 1, HttpResponse{}));
+        if (!error.transient || ++resumes > options_.maxResumes) return Result<File>::failureOf(sent);
+        std::this_thread::sleep_for(caller_.policy().delayBefore(resumes + 1, HttpResponse{}));
         askStatus = true;
     }
 }
