@@ -6,6 +6,8 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
+#include "vxcloud/engine/VXCloudUtils.h"
+
 namespace vxcloud::sessions {
 
 namespace {
@@ -19,6 +21,8 @@ void runKeepingAlive(std::shared_ptr<VXCloudSession> session, std::function<void
             guarded(category, "a session step", block);
         });
 }
+
+namespace {
 
 std::optional<ByteBuffer> documentFromBlock(const CreatePDFBlock& createPDFBlock, std::string_view category) {
     std::optional<std::string> path;
@@ -34,6 +38,21 @@ std::optional<ByteBuffer> documentFromBlock(const CreatePDFBlock& createPDFBlock
         return std::nullopt;
     }
     return ByteBuffer::adopt(std::move(bytes).str());
+}
+
+}  // namespace
+
+bool takeRebuiltDocument(VXCloudFile& file, const CreatePDFBlock& createPDFBlock, std::string_view category) {
+    auto data = documentFromBlock(createPDFBlock, category);
+    if (!data) return false;
+    file.fileData = std::move(*data);
+    labelContentType(file);
+    return true;
+}
+
+void labelContentType(VXCloudFile& document) {
+    if (document.isFolder || document.mimeType || !document.fileData) return;
+    document.mimeType = mimeType(*document.fileData);
 }
 
 std::shared_ptr<VXCloudError> makeError(ErrorCode code) { return std::make_shared<VXCloudError>(code); }

@@ -46,10 +46,15 @@ std::int64_t progressIncrement(std::optional<Amount>& previous, std::int64_t upl
     return current;
 }
 
-// The document a rename must store again: `createPDFBlock`'s path, read whole (the host may
-// rewrite or remove its file once it has handed it over, which a mapping would not
-// survive). Nothing when the block gives no path, throws, or the file cannot be read.
-std::optional<ByteBuffer> documentFromBlock(const CreatePDFBlock& createPDFBlock, std::string_view category);
+// Puts the document a rename must store again into `file`: `createPDFBlock`'s path, read
+// whole (the host may rewrite or remove its file once it has handed it over, which a mapping
+// would not survive), labelled like every upload. False, leaving `file` as it was, when the
+// block gives no path, throws, or the file cannot be read.
+bool takeRebuiltDocument(VXCloudFile& file, const CreatePDFBlock& createPDFBlock, std::string_view category);
+
+// Gives a document without a content type the one its data starts like (a scan becomes
+// "application/pdf"), so every service stores it with its type.
+void labelContentType(VXCloudFile& document);
 
 std::shared_ptr<VXCloudError> makeError(ErrorCode code);
 

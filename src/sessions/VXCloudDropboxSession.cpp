@@ -5,12 +5,10 @@
 // reports from that thread. The move launch's answer is handled on the background thread
 // that made the call, not on the main queue: a host need not drive the main queue, and
 // nothing in the move outcome needs it.
-#include "vxcloud/sessions/VXCloudDropboxSession.h"
-
 #include <nlohmann/json.hpp>
 #include <set>
 
-#include "sessions/VXCloudDropboxSessionSupport.h"
+#include "sessions/DropboxSession.h"
 #include "vxcloud/auth/VXCloudTokenStore.h"
 #include "vxcloud/engine/VXCloudUtils.h"
 #include "vxcloud/model/VXCloudAccount.h"
@@ -22,8 +20,6 @@
 namespace vxcloud {
 
 using namespace dropbox_session;
-
-struct VXCloudDropboxSession::Private {};
 
 namespace {
 
@@ -45,52 +41,51 @@ std::shared_ptr<VXCloudDropboxSession> VXCloudDropboxSession::initWithCloudAccou
     if (!account || account->cloudService != VXCloudService::dropbox) return nullptr;
     auto client = dropbox::DropboxClient::forUser(account->userId);
     if (!client) return nullptr;
-    return std::make_shared<VXCloudDropboxSession>(Private{}, std::move(account), std::move(client),
-                                                   movePollInterval);
+    return std::make_shared<DropboxSession>(std::move(account), std::move(client), movePollInterval);
 }
 
-VXCloudDropboxSession::VXCloudDropboxSession(const Private&, std::shared_ptr<VXCloudAccount> account,
-                                             std::shared_ptr<dropbox::DropboxClient> client,
-                                             std::chrono::milliseconds movePollInterval)
-    : VXCloudSession(std::move(account), DelegateOwnership::weak),
-      client_(std::move(client)),
-      movePollInterval_(movePollInterval) {}
+VXCloudDropboxSession::VXCloudDropboxSession(std::shared_ptr<VXCloudAccount> account)
+    : VXCloudSession(std::move(account), DelegateOwnership::weak) {}
 
 VXCloudDropboxSession::~VXCloudDropboxSession() = default;
-
-std::shared_ptr<VXCloudDropboxSession> VXCloudDropboxSession::self() {
-    return std::static_pointer_cast<VXCloudDropboxSession>(shared_from_this());
-}
-
-void VXCloudDropboxSession::runInBackground(std::function<void()> block, bool backgroundPriority) {
-    sessions::runKeepingAlive(self(), std::move(block), kCategory,
-                              backgroundPriority ? QoS::background : QoS::defaultQoS);
-}
 
 std::string VXCloudDropboxSession::folderPrefix(const std::shared_ptr<VXCloudFile>& parent) {
     if (!parent || !parent->path || *parent->path == "/") return "/";
     return *parent->path + "/";
 }
 
-std::optional<std::int64_t> VXCloudDropboxSession::previousUploadAmount() const {
+DropboxSession::DropboxSession(std::shared_ptr<VXCloudAccount> account, std::shared_ptr<dropbox::DropboxClient> client,
+                               std::chrono::milliseconds movePollInterval)
+    : VXCloudDropboxSession(std::move(account)), client_(std::move(client)), movePollInterval_(movePollInterval) {}
+
+std::shared_ptr<DropboxSession> DropboxSession::self() {
+    return std::static_pointer_cast<DropboxSession>(shared_from_this());
+}
+
+void DropboxSession::runInBackground(std::function<void()> block, bool backgroundPriority) {
+    sessions::runKeepingAlive(self(), std::move(block), kCategory,
+                              backgroundPriority ? QoS::background : QoS::defaultQoS);
+}
+
+std::optional<std::int64_t> DropboxSession::previousUploadAmount() const {
     std::lock_guard lock(progressMutex_);
     return previousUploadAmount_;
 }
 
-std::shared_ptr<VXCloudFile> VXCloudDropboxSession::rootFolder() const {
+std::shared_ptr<VXCloudFile> DropboxSession::rootFolder() const {
     auto root = std::make_shared<VXCloudFile>(displayName(VXCloudService::dropbox), true, true);
     root->path = "";
     return root;
 }
 
-void VXCloudDropboxSession::isAuthorizedWithCompletion(std::function<void(bool)> completion) {
+void DropboxSession::isAuthorizedWithCompletion(std::function<void(bool)> completion) {
     runInBackground([this, completion = std::move(completion)] {
         const bool authorized = client_->getCurrentAccount().ok();
         if (completion) guarded("isAuthorized completion", [&] { completion(authorized); });
     });
 }
 
-void VXCloudDropboxSession::removeAuthorizationWithCompletion(
+void DropboxSession::removeAuthorizationWithCompletion(
     std::function<void(std::shared_ptr<VXCloudAccount>, std::optional<PlatformError>)> completion) {
     runInBackground([this, completion = std::move(completion)] {
         const std::shared_ptr<VXCloudAccount>& account = cloudAccount();
@@ -106,7 +101,7 @@ void VXCloudDropboxSession::removeAuthorizationWithCompletion(
     });
 }
 
-void VXCloudDropboxSession::loadFoldersInFolder(std::shared_ptr<VXCloudFile> folder) {
+void DropboxSession::loadFoldersInFolder(std::shared_ptr<VXCloudFile> folder) {
     // A folder without a path cannot be addressed; the picker never offers one.
     if (!folder || !folder->path) return;
     runInBackground([this, folder] {
@@ -122,8 +117,8 @@ void VXCloudDropboxSession::loadFoldersInFolder(std::shared_ptr<VXCloudFile> fol
     });
 }
 
-void VXCloudDropboxSession::loadFoldersContinue(const std::string& cursor, VXCloudFileList foldersSoFar,
-                                                const std::shared_ptr<VXCloudFile>& parentFolder) {
+void DropboxSession::loadFoldersContinue(const std::string& cursor, VXCloudFileList foldersSoFar,
+                                         const std::shared_ptr<VXCloudFile>& parentFolder) {
     std::string next = cursor;
     // A cursor handed out twice would keep this loop going for ever.
     std::set<std::string> seen{cursor};
@@ -143,7 +138,7 @@ void VXCloudDropboxSession::loadFoldersContinue(const std::string& cursor, VXClo
     }
 }
 
-void VXCloudDropboxSession::downloadSettingsFileWithCompletionHandler(
+void DropboxSession::downloadSettingsFileWithCompletionHandler(
     std::function<void(std::shared_ptr<VXCloudFile>, std::shared_ptr<VXCloudError>)> completion) {
     runInBackground([this, completion = std::move(completion)] {
         auto finish = [&](std::shared_ptr<VXCloudFile> file, std::shared_ptr<VXCloudError> error) {
@@ -170,7 +165,7 @@ void VXCloudDropboxSession::downloadSettingsFileWithCompletionHandler(
     });
 }
 
-void VXCloudDropboxSession::reportProgress(std::int64_t completed, std::int64_t total) {
+void DropboxSession::reportProgress(std::int64_t completed, std::int64_t total) {
     std::int64_t current = 0;
     {
         std::lock_guard lock(progressMutex_);
@@ -179,38 +174,38 @@ void VXCloudDropboxSession::reportProgress(std::int64_t completed, std::int64_t 
     sessions::report::progress(self(), current, total);
 }
 
-void VXCloudDropboxSession::reportUploaded(const std::shared_ptr<VXCloudFile>& file) {
+void DropboxSession::reportUploaded(const std::shared_ptr<VXCloudFile>& file) {
     sessions::report::uploaded(self(), file);
 }
 
-void VXCloudDropboxSession::reportUploadFailed(const std::shared_ptr<VXCloudFile>& file, ErrorCode code) {
+void DropboxSession::reportUploadFailed(const std::shared_ptr<VXCloudFile>& file, ErrorCode code) {
     reportUploadFailed(file, makeError(code));
 }
 
-void VXCloudDropboxSession::reportUploadFailed(const std::shared_ptr<VXCloudFile>& file,
-                                               const std::shared_ptr<VXCloudError>& error) {
+void DropboxSession::reportUploadFailed(const std::shared_ptr<VXCloudFile>& file,
+                                        const std::shared_ptr<VXCloudError>& error) {
     sessions::report::uploadFailed(self(), file, error);
 }
 
-void VXCloudDropboxSession::reportRenamed(const std::shared_ptr<VXCloudFile>& file) {
+void DropboxSession::reportRenamed(const std::shared_ptr<VXCloudFile>& file) {
     sessions::report::renamed(self(), file);
 }
 
-void VXCloudDropboxSession::reportRenameFailed(const std::shared_ptr<VXCloudFile>& file,
-                                               const std::shared_ptr<VXCloudError>& error) {
+void DropboxSession::reportRenameFailed(const std::shared_ptr<VXCloudFile>& file,
+                                        const std::shared_ptr<VXCloudError>& error) {
     sessions::report::renameFailed(self(), file, error);
 }
 
-void VXCloudDropboxSession::reportMoved(const VXCloudFileList& moved, const VXCloudFileList& notMoved) {
+void DropboxSession::reportMoved(const VXCloudFileList& moved, const VXCloudFileList& notMoved) {
     sessions::report::moved(self(), moved, notMoved);
 }
 
-void VXCloudDropboxSession::reportFolders(const VXCloudFileList& folders,
-                                          const std::shared_ptr<VXCloudFile>& parent) {
+void DropboxSession::reportFolders(const VXCloudFileList& folders,
+                                   const std::shared_ptr<VXCloudFile>& parent) {
     sessions::report::folders(self(), folders, parent);
 }
 
-void VXCloudDropboxSession::reportFoldersFailed(ErrorCode code) {
+void DropboxSession::reportFoldersFailed(ErrorCode code) {
     sessions::report::foldersFailed(self(), makeError(code));
 }
 

@@ -1,9 +1,8 @@
 // Move: one batch job for all files, polled until it is done.
 #include <thread>
 
-#include "sessions/VXCloudDropboxSessionSupport.h"
+#include "sessions/DropboxSession.h"
 #include "vxcloud/model/VXCloudFile.h"
-#include "vxcloud/sessions/VXCloudDropboxSession.h"
 
 namespace vxcloud {
 
@@ -22,8 +21,8 @@ bool movedAs(const VXCloudFile& file, const dropbox::Metadata& entry) {
 
 }  // namespace
 
-void VXCloudDropboxSession::moveWithCloudFiles(VXCloudFileList files, std::shared_ptr<VXCloudFile> fromFolder,
-                                               std::shared_ptr<VXCloudFile> toFolder) {
+void DropboxSession::moveWithCloudFiles(VXCloudFileList files, std::shared_ptr<VXCloudFile> fromFolder,
+                                        std::shared_ptr<VXCloudFile> toFolder) {
     runInBackground(
         [this, files = std::move(files), from = std::move(fromFolder), to = std::move(toFolder)] {
             std::vector<dropbox::RelocationPath> pairs;
@@ -42,7 +41,7 @@ void VXCloudDropboxSession::moveWithCloudFiles(VXCloudFileList files, std::share
         /*backgroundPriority=*/true);
 }
 
-void VXCloudDropboxSession::pollMoveStatus(const std::string& jobId, const VXCloudFileList& forCloudFiles) {
+void DropboxSession::pollMoveStatus(const std::string& jobId, const VXCloudFileList& forCloudFiles) {
     // Runs on a background thread and sleeps there between looks, without a limit: a job
     // the service keeps running is waited for.
     for (;;) {

@@ -1,18 +1,17 @@
 // Rename: a stored document is moved to its new name; one that has gone from the folder is
 // stored again from the host's regenerated PDF and then moved.
-#include "sessions/VXCloudDropboxSessionSupport.h"
+#include "sessions/DropboxSession.h"
 #include "vxcloud/model/VXCloudFile.h"
 #include "vxcloud/platform/Log.h"
-#include "vxcloud/sessions/VXCloudDropboxSession.h"
 
 namespace vxcloud {
 
 using namespace dropbox_session;
 using dropbox::WriteMode;
 
-void VXCloudDropboxSession::renameWithCloudFile(std::shared_ptr<VXCloudFile> file, std::string newFileName,
-                                                std::shared_ptr<VXCloudFile> inParentFolder,
-                                                bool overwriteExistingFile, CreatePDFBlock createPDFBlock) {
+void DropboxSession::renameWithCloudFile(std::shared_ptr<VXCloudFile> file, std::string newFileName,
+                                         std::shared_ptr<VXCloudFile> inParentFolder,
+                                         bool overwriteExistingFile, CreatePDFBlock createPDFBlock) {
     runInBackground([this, file, newName = std::move(newFileName), parent = std::move(inParentFolder),
                      overwrite = overwriteExistingFile, createPDFBlock = std::move(createPDFBlock)] {
         if (!file) return reportRenameFailed(file, makeError(ErrorCode::fileUpload));
@@ -25,21 +24,19 @@ void VXCloudDropboxSession::renameWithCloudFile(std::shared_ptr<VXCloudFile> fil
         const std::string currentPath = prefix + file->getNameFromUploadStatus();
         const std::string newPath = prefix + newName;
 
-        const Found found = findFile(*file, parent, true);
-        if (found.metadata && !found.error) {
+        const sessions::StoredCopyLookup found = findFile(*file, parent, true);
+        if (found.copy && !found.error) {
             if (!overwrite) return _rename(file, currentPath, newPath);
             // Make room: remove what carries the new name. When nothing does, the delete
             // fails and so does the rename; callers rely on that outcome.
             const VXCloudFile wanted(newName, false, false);
-            const Found occupant = findFile(wanted, parent, false);
+            const sessions::StoredCopyLookup occupant = findFile(wanted, parent, false);
             if (occupant.error) return reportRenameFailed(file, occupant.error);
-            const std::string target = occupant.metadata && occupant.metadata->pathDisplay
-                                           ? *occupant.metadata->pathDisplay
-                                           : newPath;
+            const std::string target = occupant.copy && occupant.copy->path ? *occupant.copy->path : newPath;
             if (!deleteFile(target)) return reportRenameFailed(file, makeError(ErrorCode::renameFailed));
             return _rename(file, currentPath, newPath);
         }
-        if (!found.metadata && !found.error) {
+        if (!found.copy && !found.error) {
             return rebuildAndRename(file, parent, WriteMode::add, createPDFBlock, currentPath, newPath);
         }
         if (found.error && found.error->errorCode == ErrorCode::fileConflict && overwrite) {
@@ -49,24 +46,24 @@ void VXCloudDropboxSession::renameWithCloudFile(std::shared_ptr<VXCloudFile> fil
     });
 }
 
-void VXCloudDropboxSession::rebuildAndRename(const std::shared_ptr<VXCloudFile>& file,
-                                             const std::shared_ptr<VXCloudFile>& parent, WriteMode mode,
-                                             const CreatePDFBlock& createPDFBlock, const std::string& currentPath,
-                                             const std::string& newPath) {
-    auto data = sessions::documentFromBlock(createPDFBlock, "dropbox");
-    if (!data) return reportRenameFailed(file, makeError(ErrorCode::fileUpload));
-    file->fileData = std::move(*data);
+void DropboxSession::rebuildAndRename(const std::shared_ptr<VXCloudFile>& file,
+                                      const std::shared_ptr<VXCloudFile>& parent, WriteMode mode,
+                                      const CreatePDFBlock& createPDFBlock, const std::string& currentPath,
+                                      const std::string& newPath) {
+    if (!sessions::takeRebuiltDocument(*file, createPDFBlock, "dropbox")) {
+        return reportRenameFailed(file, makeError(ErrorCode::fileUpload));
+    }
     // A failed store ends the rename, reported as a rename outcome.
     _upload(
         file, parent, mode,
-        [this, currentPath, newPath](const std::shared_ptr<VXCloudFile>& stored, const dropbox::Metadata&) {
+        [this, currentPath, newPath](const std::shared_ptr<VXCloudFile>& stored) {
             _rename(stored, currentPath, newPath);
         },
         [this, file](const std::shared_ptr<VXCloudError>& error) { reportRenameFailed(file, error); });
 }
 
-void VXCloudDropboxSession::_rename(const std::shared_ptr<VXCloudFile>& cloudFile, const std::string& currentPath,
-                                    const std::string& newPath) {
+void DropboxSession::_rename(const std::shared_ptr<VXCloudFile>& cloudFile, const std::string& currentPath,
+                             const std::string& newPath) {
     auto moved = client_->moveV2(currentPath, newPath);
     if (!moved.ok()) {
         return reportRenameFailed(cloudFile,
@@ -78,6 +75,6 @@ void VXCloudDropboxSession::_rename(const std::shared_ptr<VXCloudFile>& cloudFil
     reportRenamed(cloudFile);
 }
 
-bool VXCloudDropboxSession::deleteFile(const std::string& filePath) { return client_->deleteV2(filePath).ok(); }
+bool DropboxSession::deleteFile(const std::string& filePath) { return client_->deleteV2(filePath).ok(); }
 
 }  // namespace vxcloud

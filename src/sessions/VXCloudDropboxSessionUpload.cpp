@@ -1,19 +1,18 @@
 // Uploads: new documents, folders, and documents stored before, which are found again by
 // content hash (nothing is sent when it matches) or by name (a conflict unless
-// overwriting is allowed).
-#include "sessions/VXCloudDropboxSessionSupport.h"
+// overwriting is allowed). Dropbox addresses by path, so replacing a stored copy is writing
+// over its path, and a new document may be written over a same-named one when allowed.
+#include "sessions/DropboxSession.h"
 #include "vxcloud/model/VXCloudFile.h"
 #include "vxcloud/platform/Log.h"
-#include "vxcloud/sessions/VXCloudDropboxSession.h"
 
 namespace vxcloud {
 
 using namespace dropbox_session;
 using dropbox::WriteMode;
 
-void VXCloudDropboxSession::uploadWithCloudFile(std::shared_ptr<VXCloudFile> file,
-                                                std::shared_ptr<VXCloudFile> inParentFolder,
-                                                bool overwriteExistingFile) {
+void DropboxSession::uploadWithCloudFile(std::shared_ptr<VXCloudFile> file, std::shared_ptr<VXCloudFile> inParentFolder,
+                                         bool overwriteExistingFile) {
     runInBackground([this, file, parent = std::move(inParentFolder), overwriteExistingFile] {
         if (!file) return reportUploadFailed(file, ErrorCode::fileUpload);
         // The name that becomes the path's last element: refused rather than stored elsewhere.
@@ -23,15 +22,20 @@ void VXCloudDropboxSession::uploadWithCloudFile(std::shared_ptr<VXCloudFile> fil
             return reportUploadFailed(file, ErrorCode::fileUpload);
         }
         if (file->isFolder) return uploadFolder(file, parent);
-        if (file->localVersion || hasUploadStatus(*file)) return reupload(file, parent, overwriteExistingFile);
-        // The settings document is rewritten whenever the upload folder changes.
-        const bool overwrite = overwriteExistingFile || file->name == kSettingsFileName;
-        _upload(file, parent, overwrite ? WriteMode::overwrite : WriteMode::add);
+
+        sessions::StoredCopyHooks hooks = sessions::reportingTo(self(), file);
+        hooks.find = [&](bool checkFileVersion) { return findFile(*file, parent, checkFileVersion); };
+        hooks.create = [&](bool mayWriteOver) {
+            _upload(file, parent, mayWriteOver ? WriteMode::overwrite : WriteMode::add);
+        };
+        hooks.replace = [&](const std::shared_ptr<VXCloudFile>&) { _upload(file, parent, WriteMode::overwrite); };
+        sessions::StoredCopyRules rules;
+        rules.settingsName = kSettingsFileName;
+        sessions::uploadDocument(*file, overwriteExistingFile, hooks, rules);
     });
 }
 
-void VXCloudDropboxSession::uploadFolder(const std::shared_ptr<VXCloudFile>& folder,
-                                         const std::shared_ptr<VXCloudFile>& parent) {
+void DropboxSession::uploadFolder(const std::shared_ptr<VXCloudFile>& folder, const std::shared_ptr<VXCloudFile>& parent) {
     auto created = client_->createFolderV2(folderPrefix(parent) + folder->name, false);
     if (!created.ok()) {
         return reportUploadFailed(folder, errorCodeFromCallError(created.error(), RouteErrors::createFolder));
@@ -41,56 +45,24 @@ void VXCloudDropboxSession::uploadFolder(const std::shared_ptr<VXCloudFile>& fol
     reportUploaded(record);
 }
 
-void VXCloudDropboxSession::reupload(const std::shared_ptr<VXCloudFile>& file,
-                                     const std::shared_ptr<VXCloudFile>& parent, bool overwrite) {
-    const Found found = findFile(*file, parent, true);
-    if (found.error) {
-        if (found.error->errorCode == ErrorCode::fileConflict && overwrite) {
-            return _upload(file, parent, WriteMode::overwrite);
-        }
-        return reportUploadFailed(file, found.error);
-    }
-    if (!found.metadata) return _upload(file, parent, WriteMode::add);
-    if (!file->localVersion) return _upload(file, parent, WriteMode::overwrite);
-
-    // The same content is stored already: nothing is sent, and the progress shows it done.
-    if (file->fileData) {
-        const auto length = static_cast<std::int64_t>(file->fileData->size());
-        sessions::report::progress(self(), length, length);
-    }
-    auto record = VXCloudFile::initWithMetadata(*found.metadata);
-    if (!record) return reportUploadFailed(file, ErrorCode::fileUpload);
-    adoptServiceFields(*file, *record);
-    reportUploaded(file);
-}
-
-VXCloudDropboxSession::Found VXCloudDropboxSession::findFile(const VXCloudFile& cloudFile,
-                                                              const std::shared_ptr<VXCloudFile>& inFolder,
-                                                              bool checkFileVersion) {
-    std::optional<std::string> wanted = cloudFile.localVersion;
-    if (!wanted) wanted = cloudFile.getVersionFromUploadStatus();
-
+sessions::StoredCopyLookup DropboxSession::findFile(const VXCloudFile& cloudFile,
+                                                    const std::shared_ptr<VXCloudFile>& inFolder,
+                                                    bool checkFileVersion) {
     // Only the first page is looked at.
     auto listed = client_->listFolder(listingPath(folderPrefix(inFolder)));
-    if (!listed.ok()) return Found{std::nullopt, makeError(ErrorCode::fileUpload)};
-
-    std::optional<dropbox::Metadata> sameName;
+    if (!listed.ok()) return {nullptr, makeError(ErrorCode::fileUpload)};
+    VXCloudFileList files;
     for (const auto& entry : listed.value().entries) {
-        if (entry.tag != dropbox::Metadata::Tag::file) continue;
-        if (entry.contentHash && wanted && equalsIgnoringCase(*entry.contentHash, *wanted)) {
-            return Found{entry, nullptr};
-        }
-        if (entry.name == cloudFile.name) sameName = entry;
+        if (entry.tag == dropbox::Metadata::Tag::file) files.push_back(VXCloudFile::initWithMetadata(entry));
     }
-    if (!sameName) return Found{};
-    if (!checkFileVersion) return Found{sameName, nullptr};
-    // A file of that name holds other content: it was changed elsewhere.
-    return Found{sameName, makeError(ErrorCode::fileConflict)};
+    // A later entry of the name counts over an earlier one.
+    return sessions::pickStoredCopy(files, sessions::wantedDigest(cloudFile), cloudFile.name,
+                                    sessions::SameNamePick::last, checkFileVersion);
 }
 
-void VXCloudDropboxSession::_upload(const std::shared_ptr<VXCloudFile>& cloudFile,
-                                    const std::shared_ptr<VXCloudFile>& inParentFolder, WriteMode writeMode,
-                                    SuccessHandler successHandler, FailureHandler onFailure) {
+void DropboxSession::_upload(const std::shared_ptr<VXCloudFile>& cloudFile,
+                             const std::shared_ptr<VXCloudFile>& inParentFolder, WriteMode writeMode,
+                             SuccessHandler successHandler, FailureHandler onFailure) {
     auto fail = [&](ErrorCode code) {
         if (onFailure) onFailure(makeError(code));
         else reportUploadFailed(cloudFile, code);
@@ -108,7 +80,7 @@ void VXCloudDropboxSession::_upload(const std::shared_ptr<VXCloudFile>& cloudFil
     auto record = VXCloudFile::initWithMetadata(uploaded.value());
     if (!record) return fail(ErrorCode::fileUpload);
     adoptServiceFields(*cloudFile, *record);
-    if (successHandler) return successHandler(cloudFile, uploaded.value());
+    if (successHandler) return successHandler(cloudFile);
     reportUploaded(cloudFile);
 }
 

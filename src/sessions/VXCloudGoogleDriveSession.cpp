@@ -3,13 +3,10 @@
 //
 // Threads: the client blocks on the network, so every operation runs on a global queue and
 // reports from that thread; moves run side by side on global queues as well.
-#include "vxcloud/sessions/VXCloudGoogleDriveSession.h"
-
 #include <nlohmann/json.hpp>
 
-#include "providers/google/GoogleDriveClient.h"
+#include "sessions/GoogleDriveSession.h"
 #include "sessions/SessionSupport.h"
-#include "sessions/VXCloudGoogleDriveSessionSupport.h"
 #include "vxcloud/auth/VXCloudTokenStore.h"
 #include "vxcloud/engine/VXCloudUtils.h"
 #include "vxcloud/model/VXCloudAccount.h"
@@ -18,13 +15,47 @@
 namespace vxcloud {
 
 using namespace sessions;
-using google_session::kCategory;
-
-struct VXCloudGoogleDriveSession::Private {};
+using namespace google_session;
 
 namespace {
+
 // Platform error code of removeAuthorization.
 constexpr long kAuthorizationNotRemoved = 3;
+
+std::string quoted(const std::string& text) {
+    // Backslashes first, then quotes, so an escaped quote's backslash is not doubled.
+    std::string out = "'";
+    for (const char c : text) {
+        if (c == '\\' || c == '\'') out += '\\';
+        out += c;
+    }
+    return out + "'";
+}
+
+// An RFC 3339 UTC time as Drive writes it, in an order that sorts like the time itself
+// whatever the number of fraction digits: "YYYY-MM-DDTHH:MM:SS" and nine fraction digits.
+std::string sortableTime(const std::optional<std::string>& time) {
+    if (!time || time->size() < 19) return {};
+    std::string fraction;
+    if (time->size() > 20 && (*time)[19] == '.') {
+        fraction = time->substr(20, time->find_first_not_of("0123456789", 20) - 20);
+    }
+    fraction.resize(9, '0');
+    return time->substr(0, 19) + fraction;
+}
+
+// Several settings documents may exist (Drive allows one name many times, and earlier
+// versions of this component made a new one per folder choice): the newest counts, the
+// first in the answer among equals. Nothing when none has an id.
+const drive::File* newestStored(const std::vector<drive::File>& files) {
+    const drive::File* newest = nullptr;
+    for (const auto& file : files) {
+        if (!file.identifier) continue;
+        if (!newest || sortableTime(file.modifiedTime) > sortableTime(newest->modifiedTime)) newest = &file;
+    }
+    return newest;
+}
+
 }  // namespace
 
 std::string VXCloudGoogleDriveSession::storageName(const VXCloudAccount& account) {
@@ -36,42 +67,35 @@ std::shared_ptr<VXCloudGoogleDriveSession> VXCloudGoogleDriveSession::initWithCl
     if (!account || account->cloudService != VXCloudService::googleDrive) return nullptr;
     auto client = drive::GoogleDriveClient::forStorageName(storageName(*account));
     if (!client) return nullptr;
-    return std::make_shared<VXCloudGoogleDriveSession>(Private{}, std::move(account), std::move(client));
+    return std::make_shared<GoogleDriveSession>(std::move(account), std::move(client));
 }
 
-VXCloudGoogleDriveSession::VXCloudGoogleDriveSession(const Private&, std::shared_ptr<VXCloudAccount> account,
-                                                     std::shared_ptr<drive::GoogleDriveClient> client)
-    : VXCloudSession(std::move(account), DelegateOwnership::weak), client_(std::move(client)) {}
+VXCloudGoogleDriveSession::VXCloudGoogleDriveSession(std::shared_ptr<VXCloudAccount> account)
+    : VXCloudSession(std::move(account), DelegateOwnership::weak) {}
 
 VXCloudGoogleDriveSession::~VXCloudGoogleDriveSession() = default;
 
-std::shared_ptr<VXCloudGoogleDriveSession> VXCloudGoogleDriveSession::self() {
-    return std::static_pointer_cast<VXCloudGoogleDriveSession>(shared_from_this());
+GoogleDriveSession::GoogleDriveSession(std::shared_ptr<VXCloudAccount> account,
+                                       std::shared_ptr<drive::GoogleDriveClient> client)
+    : VXCloudGoogleDriveSession(std::move(account)), client_(std::move(client)) {}
+
+std::shared_ptr<GoogleDriveSession> GoogleDriveSession::self() {
+    return std::static_pointer_cast<GoogleDriveSession>(shared_from_this());
 }
 
-void VXCloudGoogleDriveSession::runInBackground(std::function<void()> block) {
+void GoogleDriveSession::runInBackground(std::function<void()> block) {
     runKeepingAlive(self(), std::move(block), kCategory);
 }
 
-std::optional<std::uint64_t> VXCloudGoogleDriveSession::previousUploadAmount() const {
+std::optional<std::uint64_t> GoogleDriveSession::previousUploadAmount() const {
     std::lock_guard lock(progressMutex_);
     return previousUploadAmount_;
 }
 
-std::string VXCloudGoogleDriveSession::folderId(const std::shared_ptr<VXCloudFile>& parent, bool forLookup) {
+std::string GoogleDriveSession::folderId(const std::shared_ptr<VXCloudFile>& parent, bool forLookup) {
     if (!parent || !parent->id) return "root";
     if (forLookup && parent->id->empty()) return "root";
     return *parent->id;
-}
-
-std::string VXCloudGoogleDriveSession::quoted(const std::string& text) {
-    // Backslashes first, then quotes, so an escaped quote's backslash is not doubled.
-    std::string out = "'";
-    for (const char c : text) {
-        if (c == '\\' || c == '\'') out += '\\';
-        out += c;
-    }
-    return out + "'";
 }
 
 std::string VXCloudGoogleDriveSession::subfoldersQuery(const std::string& folderId) {
@@ -82,19 +106,19 @@ std::string VXCloudGoogleDriveSession::documentQuery(const std::string& folderId
     return quoted(folderId) + " IN parents and name = " + quoted(name) + " and trashed = false";
 }
 
-std::string VXCloudGoogleDriveSession::folderContentsQuery(const std::string& folderId) {
+std::string GoogleDriveSession::folderContentsQuery(const std::string& folderId) {
     return quoted(folderId) + " IN parents and trashed = false";
 }
 
 std::string VXCloudGoogleDriveSession::settingsQuery() { return documentQuery("root", kSettingsFileName); }
 
-std::shared_ptr<VXCloudFile> VXCloudGoogleDriveSession::rootFolder() const {
+std::shared_ptr<VXCloudFile> GoogleDriveSession::rootFolder() const {
     auto root = std::make_shared<VXCloudFile>(displayName(VXCloudService::googleDrive), true, true);
     root->id = this->root;
     return root;
 }
 
-void VXCloudGoogleDriveSession::isAuthorizedWithCompletion(std::function<void(bool)> completion) {
+void GoogleDriveSession::isAuthorizedWithCompletion(std::function<void(bool)> completion) {
     runInBackground([this, completion = std::move(completion)] {
         const auto about = client_->aboutGet("user");
         const bool authorized = about.ok() && about.value().is_object() && about.value().contains("user") &&
@@ -103,7 +127,7 @@ void VXCloudGoogleDriveSession::isAuthorizedWithCompletion(std::function<void(bo
     });
 }
 
-void VXCloudGoogleDriveSession::removeAuthorizationWithCompletion(
+void GoogleDriveSession::removeAuthorizationWithCompletion(
     std::function<void(std::shared_ptr<VXCloudAccount>, std::optional<PlatformError>)> completion) {
     runInBackground([this, completion = std::move(completion)] {
         const std::shared_ptr<VXCloudAccount>& account = cloudAccount();
@@ -117,7 +141,7 @@ void VXCloudGoogleDriveSession::removeAuthorizationWithCompletion(
     });
 }
 
-void VXCloudGoogleDriveSession::loadFoldersInFolder(std::shared_ptr<VXCloudFile> folder) {
+void GoogleDriveSession::loadFoldersInFolder(std::shared_ptr<VXCloudFile> folder) {
     // A folder without an id cannot be searched; the picker never offers one.
     if (!folder || !folder->id) return;
     runInBackground([this, folder] {
@@ -135,7 +159,7 @@ void VXCloudGoogleDriveSession::loadFoldersInFolder(std::shared_ptr<VXCloudFile>
     });
 }
 
-void VXCloudGoogleDriveSession::downloadSettingsFileWithCompletionHandler(
+void GoogleDriveSession::downloadSettingsFileWithCompletionHandler(
     std::function<void(std::shared_ptr<VXCloudFile>, std::shared_ptr<VXCloudError>)> completion) {
     runInBackground([this, completion = std::move(completion)] {
         auto finish = [&](std::shared_ptr<VXCloudFile> file, std::shared_ptr<VXCloudError> error) {
@@ -146,13 +170,11 @@ void VXCloudGoogleDriveSession::downloadSettingsFileWithCompletionHandler(
         auto failedWith = [](const drive::CallError& error) {
             return makeError(VXCloudError::errorCodeFromGoogleDriveError(error.error));
         };
-        auto listed = client_->listFiles(settingsQuery(), google_session::kLookupFields);
+        auto listed = client_->listFiles(settingsQuery(), kSettingsLookupFields);
         if (!listed.ok()) return finish(nullptr, failedWith(listed.error()));
-        // Several settings documents may exist: the first in the answer counts.
-        if (listed.value().empty() || !listed.value().front().identifier) {
-            return finish(nullptr, makeError(ErrorCode::missingFolder));
-        }
-        const drive::File& found = listed.value().front();
+        const drive::File* newest = newestStored(listed.value());
+        if (!newest) return finish(nullptr, makeError(ErrorCode::missingFolder));
+        const drive::File& found = *newest;
         auto bytes = client_->fetch("/drive/v3/files/" + HttpClient::urlEncode(*found.identifier) + "?alt=media");
         if (!bytes.ok()) return finish(nullptr, failedWith(bytes.error()));
         auto record = VXCloudFile::initWithFile(found);
@@ -172,7 +194,7 @@ void VXCloudGoogleDriveSession::downloadSettingsFileWithCompletionHandler(
     });
 }
 
-void VXCloudGoogleDriveSession::reportProgress(std::int64_t uploaded, std::int64_t expected) {
+void GoogleDriveSession::reportProgress(std::int64_t uploaded, std::int64_t expected) {
     std::int64_t current = 0;
     {
         std::lock_guard lock(progressMutex_);

@@ -1,12 +1,10 @@
 // Move: the source folder's documents are paired with the records by their stored
 // checksum, then each file's parents are changed in its own request, side by side on
 // global queues and at most four at a time. One report follows when all have answered.
-#include "providers/google/GoogleDriveClient.h"
 #include "sessions/SessionSupport.h"
-#include "sessions/VXCloudGoogleDriveSessionSupport.h"
+#include "sessions/GoogleDriveSession.h"
 #include "vxcloud/model/VXCloudFile.h"
 #include "vxcloud/platform/Dispatch.h"
-#include "vxcloud/sessions/VXCloudGoogleDriveSession.h"
 
 namespace vxcloud {
 
@@ -23,7 +21,7 @@ struct MoveOutcome {
 
 }  // namespace
 
-std::optional<std::vector<VXCloudGoogleDriveSession::Pair>> VXCloudGoogleDriveSession::findFiles(
+std::optional<std::vector<GoogleDriveSession::Pair>> GoogleDriveSession::findFiles(
     const VXCloudFileList& cloudFiles, const std::shared_ptr<VXCloudFile>& inFolder) {
     auto listed = client_->listFiles(folderContentsQuery(folderId(inFolder, true)), kLookupFields);
     if (!listed.ok()) return std::nullopt;
@@ -55,8 +53,8 @@ std::optional<std::vector<VXCloudGoogleDriveSession::Pair>> VXCloudGoogleDriveSe
     return pairs;
 }
 
-void VXCloudGoogleDriveSession::moveWithCloudFiles(VXCloudFileList files, std::shared_ptr<VXCloudFile> fromFolder,
-                                                   std::shared_ptr<VXCloudFile> toFolder) {
+void GoogleDriveSession::moveWithCloudFiles(VXCloudFileList files, std::shared_ptr<VXCloudFile> fromFolder,
+                                            std::shared_ptr<VXCloudFile> toFolder) {
     runInBackground([this, files = std::move(files), from = std::move(fromFolder), to = std::move(toFolder)] {
         // A target without an id would leave each file with no parent at all: nothing moves.
         const std::string toId = folderId(to, false);

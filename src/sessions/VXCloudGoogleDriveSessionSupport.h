@@ -4,8 +4,10 @@
 namespace vxcloud::google_session {
 
 inline constexpr const char* kCategory = "google";
-// Lookups of stored documents (by name, folder contents, the settings document).
+// Lookups of stored documents (by name, folder contents).
 inline constexpr const char* kLookupFields = "files(id, name, md5Checksum)";
+// The settings document: the newest of several counts.
+inline constexpr const char* kSettingsLookupFields = "files(id, name, md5Checksum, modifiedTime)";
 inline constexpr const char* kCreateFields = "id, name, md5Checksum";
 // Content updates and renames.
 inline constexpr const char* kUpdateFields = "name, md5Checksum";

@@ -1,11 +1,11 @@
 // Uploads: new documents and folders become new files; a document stored before is found
 // again by MD5 checksum (nothing is sent when it matches) or by name (a conflict unless
 // overwriting is allowed, in which case the found file gets the new content and keeps its id).
-#include "providers/google/GoogleDriveClient.h"
+// Drive lets one name occur many times, so creating never clashes; replacing is always an
+// update of the found file in place.
+#include "sessions/GoogleDriveSession.h"
 #include "sessions/SessionSupport.h"
-#include "sessions/VXCloudGoogleDriveSessionSupport.h"
 #include "vxcloud/model/VXCloudFile.h"
-#include "vxcloud/sessions/VXCloudGoogleDriveSession.h"
 
 namespace vxcloud {
 
@@ -18,68 +18,39 @@ std::string contentTypeOf(const VXCloudFile& file) { return file.mimeType.value_
 
 }  // namespace
 
-void VXCloudGoogleDriveSession::uploadWithCloudFile(std::shared_ptr<VXCloudFile> file,
-                                                    std::shared_ptr<VXCloudFile> inParentFolder,
-                                                    bool overwriteExistingFile) {
+void GoogleDriveSession::uploadWithCloudFile(std::shared_ptr<VXCloudFile> file,
+                                             std::shared_ptr<VXCloudFile> inParentFolder, bool overwriteExistingFile) {
     runInBackground([this, file, parent = std::move(inParentFolder), overwriteExistingFile] {
         if (!file) return report::uploadFailed(self(), file, makeError(ErrorCode::fileUpload));
-        if (file->isFolder || (!file->localVersion && !hasUploadStatus(*file))) return _upload(file, parent);
-        answerKnownDocument(file, parent, overwriteExistingFile);
+        if (file->isFolder) return _upload(file, parent);
+
+        StoredCopyHooks hooks = reportingTo(self(), file);
+        hooks.find = [&](bool checkFileVersion) { return findFile(*file, parent, checkFileVersion); };
+        hooks.create = [&](bool) { _upload(file, parent); };
+        hooks.replace = [&](const std::shared_ptr<VXCloudFile>& copy) {
+            if (!copy->id) return report::uploadFailed(self(), file, makeError(ErrorCode::fileUpload));
+            updateFile(*copy->id, file);
+        };
+        StoredCopyRules rules;
+        rules.settingsName = kSettingsFileName;
+        uploadDocument(*file, overwriteExistingFile, hooks, rules);
     });
 }
 
-void VXCloudGoogleDriveSession::answerKnownDocument(const std::shared_ptr<VXCloudFile>& file,
-                                                    const std::shared_ptr<VXCloudFile>& parent, bool overwrite) {
-    // The settings document is rewritten whenever the upload folder changes: never a conflict.
-    const Found found = findFile(*file, parent, file->name != kSettingsFileName);
-    if (found.error) {
-        if (found.error->errorCode == ErrorCode::fileConflict && overwrite && found.file) {
-            return updateFile(*found.file, file, parent);
-        }
-        return report::uploadFailed(self(), file, found.error);
-    }
-    if (!found.file) return _upload(file, parent);
-
-    const bool sameContent = file->localVersion && found.file->md5Checksum &&
-                             equalsIgnoringCase(*found.file->md5Checksum, *file->localVersion);
-    // Found by name alone (the settings document): its content is replaced.
-    if (!sameContent) return updateFile(*found.file, file, parent);
-
-    // The same content is stored already: nothing is sent, and the progress shows it done.
-    if (file->fileData) {
-        const auto length = static_cast<std::int64_t>(file->fileData->size());
-        report::progress(self(), length, length);
-    }
-    auto record = VXCloudFile::initWithFile(*found.file);
-    if (!record) return report::uploadFailed(self(), file, makeError(ErrorCode::fileUpload));
-    adoptServiceFields(*file, *record);
-    report::uploaded(self(), file);
-}
-
-VXCloudGoogleDriveSession::Found VXCloudGoogleDriveSession::findFile(const VXCloudFile& cloudFile,
-                                                                     const std::shared_ptr<VXCloudFile>& inFolder,
-                                                                     bool checkFileVersion) {
-    std::optional<std::string> wanted = cloudFile.localVersion;
-    if (!wanted) wanted = cloudFile.getVersionFromUploadStatus();
+StoredCopyLookup GoogleDriveSession::findFile(const VXCloudFile& cloudFile, const std::shared_ptr<VXCloudFile>& inFolder,
+                                              bool checkFileVersion) {
     const std::string storedName = cloudFile.getNameFromUploadStatus();
-
     auto listed = client_->listFiles(documentQuery(folderId(inFolder, true), storedName), kLookupFields);
-    if (!listed.ok()) return Found{std::nullopt, makeError(VXCloudError::errorCodeFromGoogleDriveError(listed.error().error))};
-
-    std::optional<drive::File> sameName;
-    for (const auto& file : listed.value()) {
-        if (file.md5Checksum && wanted && equalsIgnoringCase(*file.md5Checksum, *wanted)) return Found{file, nullptr};
-        // Of several same-named files the service's first counts.
-        if (!sameName && file.name == storedName) sameName = file;
-    }
-    if (!sameName) return Found{};
-    // A file of that name holds other content: it was changed elsewhere.
-    return Found{sameName, checkFileVersion ? makeError(ErrorCode::fileConflict) : nullptr};
+    if (!listed.ok()) return {nullptr, makeError(VXCloudError::errorCodeFromGoogleDriveError(listed.error().error))};
+    VXCloudFileList files;
+    for (const auto& file : listed.value()) files.push_back(VXCloudFile::initWithFile(file));
+    // Of several same-named files the service's first counts.
+    return pickStoredCopy(files, wantedDigest(cloudFile), storedName, SameNamePick::first, checkFileVersion);
 }
 
-void VXCloudGoogleDriveSession::_upload(const std::shared_ptr<VXCloudFile>& cloudFile,
-                                        const std::shared_ptr<VXCloudFile>& inParentFolder,
-                                        const std::optional<std::string>& storedName) {
+void GoogleDriveSession::_upload(const std::shared_ptr<VXCloudFile>& cloudFile,
+                                 const std::shared_ptr<VXCloudFile>& inParentFolder,
+                                 const std::optional<std::string>& storedName) {
     drive::FileMetadata metadata;
     metadata.name = storedName.value_or(cloudFile->getNameFromUploadStatus());
     metadata.parents = std::vector<std::string>{folderId(inParentFolder, false)};
@@ -101,15 +72,12 @@ void VXCloudGoogleDriveSession::_upload(const std::shared_ptr<VXCloudFile>& clou
     finishUpload(cloudFile, created.value(), std::nullopt);
 }
 
-void VXCloudGoogleDriveSession::updateFile(const drive::File& with, const std::shared_ptr<VXCloudFile>& cloudFile,
-                                           const std::shared_ptr<VXCloudFile>&) {
-    if (!cloudFile->fileData || !with.identifier) {
-        return report::uploadFailed(self(), cloudFile, makeError(ErrorCode::fileUpload));
-    }
+void GoogleDriveSession::updateFile(const std::string& fileId, const std::shared_ptr<VXCloudFile>& cloudFile) {
+    if (!cloudFile->fileData) return report::uploadFailed(self(), cloudFile, makeError(ErrorCode::fileUpload));
     // Only the name travels with the content; the file keeps its id and gets a new revision.
     drive::FileMetadata metadata;
     metadata.name = cloudFile->getNameFromUploadStatus();
-    auto updated = client_->updateContent(*with.identifier, metadata, *cloudFile->fileData, contentTypeOf(*cloudFile),
+    auto updated = client_->updateContent(fileId, metadata, *cloudFile->fileData, contentTypeOf(*cloudFile),
                                           kUpdateFields, [this](std::int64_t uploaded, std::int64_t expected) {
                                               reportProgress(uploaded, expected);
                                           });
@@ -117,11 +85,11 @@ void VXCloudGoogleDriveSession::updateFile(const drive::File& with, const std::s
         return report::uploadFailed(self(), cloudFile,
                                     VXCloudError::initWithError(updated.error().error, VXCloudService::googleDrive));
     }
-    finishUpload(cloudFile, updated.value(), with.identifier);
+    finishUpload(cloudFile, updated.value(), fileId);
 }
 
-void VXCloudGoogleDriveSession::finishUpload(const std::shared_ptr<VXCloudFile>& cloudFile, const drive::File& stored,
-                                             const std::optional<std::string>& knownId) {
+void GoogleDriveSession::finishUpload(const std::shared_ptr<VXCloudFile>& cloudFile, const drive::File& stored,
+                                      const std::optional<std::string>& knownId) {
     auto record = VXCloudFile::initWithFile(stored);
     if (!record) return report::uploadFailed(self(), cloudFile, makeError(ErrorCode::fileUpload));
     // An update's answer carries no id: the file kept the one it had.

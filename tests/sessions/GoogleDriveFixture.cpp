@@ -125,6 +125,12 @@ bool GoogleDriveFixture::replaceContent(const std::string& id, const std::string
     return answer && answer->status == 200;
 }
 
+bool GoogleDriveFixture::setModifiedTime(const std::string& id, const std::string& time) {
+    auto answer = client()->Patch("/google/drive/v3/files/" + enc(id), auth(), Json{{"modifiedTime", time}}.dump(),
+                                  "application/json");
+    return answer && answer->status == 200;
+}
+
 std::optional<std::string> GoogleDriveFixture::remoteContent(const VXCloudFile& folder, const std::string& name) {
     const Json files = liveFiles(folder.id.value_or("root"), name);
     if (files.empty()) return std::nullopt;

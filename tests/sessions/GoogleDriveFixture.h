@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 
+#include "../../src/providers/google/DriveFile.h"
 #include "sessions/SandboxFixture.h"
 #include "vxcloud/sessions/VXCloudGoogleDriveSession.h"
 
@@ -40,6 +41,8 @@ public:
     std::string createFile(const std::string& folderId, const std::string& name, const std::string& bytes);
     bool trash(const std::string& id);
     bool replaceContent(const std::string& id, const std::string& bytes);
+    // Sets an item's modifiedTime (RFC 3339), as a client that keeps file times does.
+    bool setModifiedTime(const std::string& id, const std::string& time);
 
     // Lowers the multipart limit and the chunk size of the component's Drive client.
     void limitUploads(std::int64_t multipartLimit, std::int64_t chunkBytes);

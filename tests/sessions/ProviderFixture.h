@@ -4,6 +4,7 @@
 // declared exceptions to the contract. Every session implements one and adds its factory
 // to contractProviders() (ProviderRegistry.cpp); a provider the sandbox emulates builds it
 // on SandboxFixture, which does the setup they all share.
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -41,6 +42,8 @@ public:
     virtual bool changeRemote(const VXCloudFile& folder, const std::string& name, const std::string& bytes) = 0;
     // Stores the account's settings document naming `folder` as the upload folder.
     virtual bool storeSettings(const VXCloudFile& folder) = 0;
+    // How many live documents of the account, in any folder, are called `name`.
+    virtual std::size_t documentsNamed(const std::string& name) = 0;
 
     // Declared exceptions. An operation that is silent by design must stay silent; the
     // suite checks that instead of skipping it.

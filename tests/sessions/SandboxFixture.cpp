@@ -85,6 +85,17 @@ void SandboxFixture::tearDown() {
     stores_.reset();
 }
 
+std::size_t SandboxFixture::documentsNamed(const std::string& name) {
+    const Json state = sandbox_->listState(provider_.name, sandboxAccount_.userId);
+    std::size_t count = 0;
+    if (!state.is_object() || !state.contains("items")) return count;
+    for (const Json& item : state["items"]) {
+        const bool trashed = item.value("trashed", false);
+        if (item.value("name", "") == name && !trashed && item.value(".tag", "file") == "file") ++count;
+    }
+    return count;
+}
+
 sandbox::RouteStats SandboxFixture::stats(const std::string& route) const {
     return sandbox_->stats(provider_.name + "/" + route);
 }

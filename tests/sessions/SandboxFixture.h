@@ -38,6 +38,8 @@ public:
     void tearDown() override;
 
     std::shared_ptr<VXCloudAccount> account() override { return account_; }
+    // Asks the sandbox's own view of the account's tree.
+    std::size_t documentsNamed(const std::string& name) override;
     sandbox::Sandbox& sandbox() { return *sandbox_; }
     const sandbox::SandboxAccount& sandboxAccount() const { return sandboxAccount_; }
     const SandboxProvider& provider() const { return provider_; }

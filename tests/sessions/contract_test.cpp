@@ -254,6 +254,29 @@ TEST_P(SessionContract, SettingsDocumentIsDownloadedOnce) {
     EXPECT_TRUE(settings.is_object());
 }
 
+TEST_P(SessionContract, SettingsDocumentStaysOneDocumentAcrossFolderChoices) {
+    // Each folder choice writes the settings document the way the host does: a new record,
+    // overwriting allowed. The account keeps one document, and it names the last choice.
+    std::shared_ptr<VXCloudFile> chosen;
+    for (const std::string name : {"Choice One", "Choice Two", "Choice Three"}) {
+        chosen = fixture_->makeFolder(name);
+        const Json settings = {{VXCloudFile::kUploadFolderIdKey, chosen->id.value_or("")},
+                               {VXCloudFile::kUploadFolderNameKey, name},
+                               {VXCloudFile::kUploadFolderPathKey, chosen->path.value_or("/" + name)}};
+        auto written = document(".quillosettings", settings.dump());
+        if (!uploaded(written, session_->rootFolder(), true)) return;
+        EXPECT_EQ(fixture_->documentsNamed(".quillosettings"), 1u) << "after choosing " << name;
+    }
+    if (fixture_->expectsSilence(Operation::downloadSettings)) return;
+    auto [record, error] = settings();
+    ASSERT_NE(record, nullptr);
+    EXPECT_EQ(error, nullptr) << error->getErrorCode();
+    ASSERT_TRUE(record->fileData.has_value());
+    const auto stored = nlohmann::json::parse(record->fileData->view(), nullptr, false);
+    EXPECT_EQ(stored.value(VXCloudFile::kUploadFolderNameKey, ""), "Choice Three");
+    EXPECT_EQ(stored.value(VXCloudFile::kUploadFolderIdKey, ""), chosen->id.value_or(""));
+}
+
 TEST_P(SessionContract, AuthorizationIsConfirmedOnce) {
     CompletionProbe<bool> probe;
     session_->isAuthorizedWithCompletion(probe.handler());

@@ -59,5 +59,24 @@ TEST_F(GoogleDriveThroughTheEngine, OnePdfToDropboxAndDriveEndsInOneNotification
     EXPECT_TRUE(sameBytes(dropbox_.sandbox().fileContent("dropbox", "/Scans/scan.pdf"), pdf));
 }
 
+TEST_F(GoogleDriveThroughTheEngine, AScanIsStoredAsAPdfWhereTheServiceKeepsContentTypes) {
+    VXCloudAccountList accounts = {dropbox_.account(), fx_.account()};
+    const std::string pdf = "%PDF-1.7\n" + documentBytes(20 * 1024, 78);
+    ASSERT_TRUE(host_.start("typed scan.pdf", pdf, Json("document-8"), accounts).is_array());
+    const Json records = host_.expectOneNotification()["uploadStatus"]["uploadStatusResponse"];
+    ASSERT_EQ(records.size(), 2u) << records.dump();
+    for (const Json& record : records) EXPECT_EQ(record["status"], "successful") << record.dump();
+
+    // Drive keeps the type the upload was sent with.
+    auto scans = VXCloudFile::initWithUploadFolderInfo(fx_.account()->uploadFolderInfo);
+    ASSERT_NE(scans, nullptr);
+    const Json stored = fx_.liveFiles(*scans->id, "typed scan.pdf");
+    ASSERT_EQ(stored.size(), 1u);
+    EXPECT_EQ(fx_.fileById(stored[0]["id"].get<std::string>())["mimeType"], "application/pdf");
+    // Dropbox's upload wire always says application/octet-stream and keeps no type, so what
+    // can be seen there is the document under its .pdf name with its bytes.
+    EXPECT_TRUE(sameBytes(dropbox_.sandbox().fileContent("dropbox", "/Scans/typed scan.pdf"), pdf));
+}
+
 }  // namespace
 }  // namespace vxcloud::testing

@@ -327,6 +327,27 @@ TEST_F(GoogleDriveSession, SettingsDownloadChecksTheNamedFolder) {
     EXPECT_TRUE(hasErrorCode(refusedError, ErrorCode::authentication));
 }
 
+TEST_F(GoogleDriveSession, OfSeveralSettingsDocumentsTheNewestIsRead) {
+    // Left behind by earlier versions, which made a new document per folder choice.
+    auto older = fx_.makeFolder("Older Choice");
+    auto newer = fx_.makeFolder("Newer Choice");
+    const std::string first = fx_.createFile("root", ".quillosettings", Json{{"uploadFolderId", *older->id}}.dump());
+    const std::string second = fx_.createFile("root", ".quillosettings", Json{{"uploadFolderId", *newer->id}}.dump());
+    ASSERT_FALSE(first.empty() || second.empty());
+    auto chosenFolder = [&] {
+        auto [record, error] = settings();
+        EXPECT_EQ(error, nullptr);
+        return record && record->fileData ? Json::parse(record->fileData->view())["uploadFolderId"] : Json();
+    };
+
+    // Whichever order Drive lists them in, the later modifiedTime wins.
+    ASSERT_TRUE(fx_.setModifiedTime(first, "2030-01-01T10:00:00.000Z"));
+    ASSERT_TRUE(fx_.setModifiedTime(second, "2029-12-31T23:59:59.999Z"));
+    EXPECT_EQ(chosenFolder(), *older->id);
+    ASSERT_TRUE(fx_.setModifiedTime(second, "2030-01-01T10:00:01Z"));
+    EXPECT_EQ(chosenFolder(), *newer->id);
+}
+
 // The classifier's table, row by row, from the sandbox's error bodies.
 TEST_F(GoogleDriveSession, ReasonsOfRealErrorBodiesBecomeTheTablesCodes) {
     struct Row {

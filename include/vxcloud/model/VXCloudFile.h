@@ -11,7 +11,8 @@
 
 namespace vxcloud {
 
-// Each provider's item view, declared with its session.
+// Each provider's item view. Private to the library: only the provider constructors below
+// name them.
 namespace dropbox { struct Metadata; }
 namespace drive { struct File; }
 

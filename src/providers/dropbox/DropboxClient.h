@@ -17,10 +17,10 @@
 #include <vector>
 
 #include "../ProviderCaller.h"
+#include "DropboxItem.h"
 #include "vxcloud/model/ProviderError.h"
 #include "vxcloud/platform/ByteBuffer.h"
 #include "vxcloud/platform/Http.h"
-#include "vxcloud/sessions/VXCloudDropboxSession.h"
 #include "vxcloud/sessions/VXCloudServiceConfig.h"
 
 namespace vxcloud::dropbox {

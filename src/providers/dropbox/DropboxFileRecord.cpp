@@ -1,5 +1,5 @@
 #include "vxcloud/model/VXCloudFile.h"
-#include "vxcloud/sessions/VXCloudDropboxSession.h"
+#include "providers/dropbox/DropboxItem.h"
 
 namespace vxcloud {
 

@@ -21,10 +21,10 @@
 #include <vector>
 
 #include "../ProviderCaller.h"
+#include "DriveFile.h"
 #include "vxcloud/model/ProviderError.h"
 #include "vxcloud/platform/ByteBuffer.h"
 #include "vxcloud/platform/Http.h"
-#include "vxcloud/sessions/VXCloudGoogleDriveSession.h"
 #include "vxcloud/sessions/VXCloudServiceConfig.h"
 
 namespace vxcloud::drive {

@@ -1,5 +1,5 @@
 #include "vxcloud/model/VXCloudFile.h"
-#include "vxcloud/sessions/VXCloudGoogleDriveSession.h"
+#include "providers/google/DriveFile.h"
 
 namespace vxcloud {
 

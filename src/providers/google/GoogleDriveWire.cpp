@@ -21,7 +21,8 @@ std::optional<File> parseFile(const json& value) {
     if (!value.is_object()) return std::nullopt;
     File file;
     if (!readString(value, "id", file.identifier) || !readString(value, "name", file.name) ||
-        !readString(value, "mimeType", file.mimeType) || !readString(value, "md5Checksum", file.md5Checksum)) {
+        !readString(value, "mimeType", file.mimeType) || !readString(value, "md5Checksum", file.md5Checksum) ||
+        !readString(value, "modifiedTime", file.modifiedTime)) {
         return std::nullopt;
     }
     if (const auto it = value.find("parents"); it != value.end() && !it->is_null()) {
