@@ -10,12 +10,12 @@ namespace {
 
 constexpr VXCloudService kService = VXCloudService::dropbox;
 
-ErrorCode codeFor(const dropbox::CallError& error) {
-    switch (error.kind) {
+ErrorCode codeFor(const ProviderError& error) {
+    switch (dropbox::callErrorKind(error)) {
         case dropbox::CallErrorKind::auth: return ErrorCode::authentication;
         case dropbox::CallErrorKind::internalServer:
         case dropbox::CallErrorKind::rateLimit: return ErrorCode::connection;
-        case dropbox::CallErrorKind::client: return classifySignInError(kService, error.error);
+        case dropbox::CallErrorKind::client: return classifySignInError(kService, error);
         default: return ErrorCode::fileUpload;
     }
 }
@@ -51,7 +51,7 @@ VXCloudAuthResult finishDropbox(const GrantedTokens& granted) {
     if (!full.ok()) {
         restore(accountId, previous);
         return signInError(codeFor(full.error()), "Dropbox did not name the signed-in account: " +
-                                                      full.error().error.message);
+                                                      full.error().message);
     }
     if (full.value().accountId != accountId) {
         restore(accountId, previous);

@@ -2,9 +2,9 @@
 
 namespace vxcloud::dropbox_session {
 
-ErrorCode errorCodeFromCallError(const dropbox::CallError& error, RouteErrors routeErrors) {
+ErrorCode errorCodeFromCallError(const ProviderError& error, RouteErrors routeErrors) {
     using Kind = dropbox::CallErrorKind;
-    switch (error.kind) {
+    switch (dropbox::callErrorKind(error)) {
         case Kind::internalServer:
         case Kind::http: return ErrorCode::connection;
         case Kind::badInput:
@@ -15,11 +15,11 @@ ErrorCode errorCodeFromCallError(const dropbox::CallError& error, RouteErrors ro
         case Kind::route: break;
     }
     switch (routeErrors) {
-        case RouteErrors::upload: return VXCloudError::handleRouteUploadError(error.error);
-        case RouteErrors::relocation: return VXCloudError::handleRouteRelocationError(error.error);
+        case RouteErrors::upload: return VXCloudError::handleRouteUploadError(error);
+        case RouteErrors::relocation: return VXCloudError::handleRouteRelocationError(error);
         case RouteErrors::createFolder:
             // Something already at the path is a clash the user can resolve; the rest is not.
-            return error.writeError && error.writeError->tag == DropboxWriteError::Tag::conflict
+            return error.dropboxWriteError && error.dropboxWriteError->tag == DropboxWriteError::Tag::conflict
                        ? ErrorCode::fileConflict
                        : ErrorCode::fileUpload;
     }

@@ -16,7 +16,7 @@ enum class RouteErrors { upload, relocation, createFolder };
 // Call errors by kind: server trouble and unexpected statuses are `connection`; bad input,
 // rate limiting and client-side failures `fileUpload`; auth and access `authentication`;
 // route errors by the route's classifier.
-ErrorCode errorCodeFromCallError(const dropbox::CallError& error, RouteErrors routeErrors);
+ErrorCode errorCodeFromCallError(const ProviderError& error, RouteErrors routeErrors);
 
 // Dropbox lists its top folder as "" and refuses "/"; other folders have no trailing "/".
 std::string listingPath(const std::string& folderPrefix);

@@ -147,7 +147,7 @@ void GoogleDriveSession::loadFoldersInFolder(std::shared_ptr<VXCloudFile> folder
     runInBackground([this, folder] {
         auto listed = client_->listFiles(subfoldersQuery(*folder->id));
         if (!listed.ok()) {
-            return report::foldersFailed(self(), VXCloudError::initWithError(listed.error().error,
+            return report::foldersFailed(self(), VXCloudError::initWithError(listed.error(),
                                                                                VXCloudService::googleDrive));
         }
         VXCloudFileList folders;
@@ -167,8 +167,8 @@ void GoogleDriveSession::downloadSettingsFileWithCompletionHandler(
                 guarded(kCategory, "the settings completion", [&] { completion(std::move(file), std::move(error)); });
             }
         };
-        auto failedWith = [](const drive::CallError& error) {
-            return makeError(VXCloudError::errorCodeFromGoogleDriveError(error.error));
+        auto failedWith = [](const ProviderError& error) {
+            return makeError(VXCloudError::errorCodeFromGoogleDriveError(error));
         };
         auto listed = client_->listFiles(settingsQuery(), kSettingsLookupFields);
         if (!listed.ok()) return finish(nullptr, failedWith(listed.error()));

@@ -24,7 +24,7 @@ void GoogleDriveSession::renameWithCloudFile(std::shared_ptr<VXCloudFile> file, 
             metadata.name = newName;
             auto renamed = client_->updateMetadata(*found.copy->id, metadata, {}, {}, kUpdateFields);
             if (!renamed.ok()) {
-                return report::renameFailed(self(), file, VXCloudError::initWithError(renamed.error().error,
+                return report::renameFailed(self(), file, VXCloudError::initWithError(renamed.error(),
                                                                                       VXCloudService::googleDrive));
             }
             auto record = VXCloudFile::initWithFile(renamed.value());

@@ -41,7 +41,7 @@ StoredCopyLookup GoogleDriveSession::findFile(const VXCloudFile& cloudFile, cons
                                               bool checkFileVersion) {
     const std::string storedName = cloudFile.getNameFromUploadStatus();
     auto listed = client_->listFiles(documentQuery(folderId(inFolder, true), storedName), kLookupFields);
-    if (!listed.ok()) return {nullptr, makeError(VXCloudError::errorCodeFromGoogleDriveError(listed.error().error))};
+    if (!listed.ok()) return {nullptr, makeError(VXCloudError::errorCodeFromGoogleDriveError(listed.error()))};
     VXCloudFileList files;
     for (const auto& file : listed.value()) files.push_back(VXCloudFile::initWithFile(file));
     // Of several same-named files the service's first counts.
@@ -54,8 +54,8 @@ void GoogleDriveSession::_upload(const std::shared_ptr<VXCloudFile>& cloudFile,
     drive::FileMetadata metadata;
     metadata.name = storedName.value_or(cloudFile->getNameFromUploadStatus());
     metadata.parents = std::vector<std::string>{folderId(inParentFolder, false)};
-    auto failed = [&](const drive::CallError& error) {
-        report::uploadFailed(self(), cloudFile, VXCloudError::initWithError(error.error, VXCloudService::googleDrive));
+    auto failed = [&](const ProviderError& error) {
+        report::uploadFailed(self(), cloudFile, VXCloudError::initWithError(error, VXCloudService::googleDrive));
     };
     if (cloudFile->isFolder) {
         metadata.mimeType = drive::kFolderMimeType;
@@ -83,7 +83,7 @@ void GoogleDriveSession::updateFile(const std::string& fileId, const std::shared
                                           });
     if (!updated.ok()) {
         return report::uploadFailed(self(), cloudFile,
-                                    VXCloudError::initWithError(updated.error().error, VXCloudService::googleDrive));
+                                    VXCloudError::initWithError(updated.error(), VXCloudService::googleDrive));
     }
     finishUpload(cloudFile, updated.value(), fileId);
 }

@@ -163,29 +163,13 @@ Result<std::vector<RelocationBatchEntry>> batchEntries(const json& body, const s
 
 }  // namespace
 
-namespace {
-
-CallError callErrorOf(ProviderError error) {
-    CallError call;
-    call.kind = callErrorKind(error);
-    call.routeTags = error.dropboxRouteTags;
-    call.writeError = error.dropboxWriteError;
-    call.correctOffset = error.dropboxCorrectOffset;
-    call.error = std::move(error);
-    return call;
-}
-
-}  // namespace
-
 CallErrorKind callErrorKind(const ProviderError& error) {
     if (error.transport != TransportErrorKind::none || !error.httpStatus) return CallErrorKind::client;
     return kindForStatus(*error.httpStatus);
 }
 
 DropboxClient::DropboxClient(std::shared_ptr<oauth::TokenProvider> tokens, ClientOptions options)
-    : tokens_(std::move(tokens)),
-      options_(std::move(options)),
-      caller_(tokens_, options_.http, options_.retry, dropboxHooks()) {}
+    : options_(std::move(options)), caller_(std::move(tokens), options_.http, options_.retry, dropboxHooks()) {}
 
 std::shared_ptr<DropboxClient> DropboxClient::forUser(const std::string& userId) {
     return oauth::clientForAccount<DropboxClient, ClientOptions>(VXCloudService::dropbox, userId);
@@ -217,9 +201,7 @@ Result<HttpResponse> DropboxClient::send(const Request& request) {
             break;
     }
     api.readError = [&request](const HttpResponse& response) { return readRouteError(request, response); };
-    auto sent = caller_.send(api);
-    if (!sent.ok()) return Result<HttpResponse>::failure(callErrorOf(sent.error()));
-    return Result<HttpResponse>::success(std::move(sent.value()));
+    return caller_.send(api);
 }
 
 Result<std::string> DropboxClient::getCurrentAccount() {

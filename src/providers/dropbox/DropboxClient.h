@@ -3,11 +3,11 @@
 // blocking and safe to run on any thread. Tokens come from the secure store through the
 // shared OAuth token provider and are refreshed when expired or rejected.
 //
-// Failures come back as CallError values whose kind says what went wrong on the wire, the
-// way the sessions classify them: a 409 route error (decoded into ProviderError's Dropbox
-// unions for uploads and relocations), 400 bad input, 401 auth, 403 access, 429 rate limit,
-// 5xx server trouble, another status, or a client-side failure (no connection, an answer
-// that cannot be read).
+// Failures come back as ProviderErrors (the route's error union decoded on a 409, its
+// route tags, WriteError and correct_offset in the Dropbox fields); callErrorKind says
+// what went wrong on the wire, the way the sessions classify it: a 409 route error, 400
+// bad input, 401 auth, 403 access, 429 rate limit, 5xx server trouble, another status, or
+// a client-side failure (no connection, an answer that cannot be read).
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -36,20 +36,8 @@ enum class CallErrorKind {
     client,          // no answer (connection, timeout), or an answer that cannot be read
 };
 
-struct CallError {
-    CallErrorKind kind = CallErrorKind::client;
-    ProviderError error;
-    // The route error's tags from the outside in ("path/conflict/folder"); route errors only.
-    std::string routeTags;
-    // The WriteError of a route whose error union wraps one (create_folder "path",
-    // delete "path_write", upload_session/finish "path").
-    std::optional<DropboxWriteError> writeError;
-    // An upload session's incorrect_offset answer: where the server wants the next byte.
-    std::optional<std::int64_t> correctOffset;
-};
-
 template <typename T>
-using Result = providers::Result<T, CallError>;
+using Result = providers::CallResult<T>;
 
 // What kind of failure a provider error is, in the terms above.
 CallErrorKind callErrorKind(const ProviderError& error);
@@ -129,7 +117,7 @@ public:
     // endpoints and limits; null when no token is stored.
     static std::shared_ptr<DropboxClient> forUser(const std::string& userId);
 
-    const std::string& userId() const { return tokens_->storageName(); }
+    const std::string& userId() const { return caller_.storageName(); }
 
     // users/get_current_account: the account id.
     Result<std::string> getCurrentAccount();
@@ -163,7 +151,6 @@ private:
     Result<Metadata> uploadInSession(const ByteBuffer& data, const CommitInfo& commit,
                                      const UploadProgress& progress);
 
-    std::shared_ptr<oauth::TokenProvider> tokens_;
     ClientOptions options_;
     providers::ProviderCaller caller_;
 };

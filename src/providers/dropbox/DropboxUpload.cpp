@@ -103,7 +103,7 @@ Result<Metadata> DropboxClient::uploadInSession(const ByteBuffer& data, const Co
         if (!appended.ok()) {
             // The server may have the bytes already (the answer was lost), or want them
             // from elsewhere: it says where to go on.
-            const std::optional<std::int64_t> correct = appended.error().correctOffset;
+            const std::optional<std::int64_t> correct = appended.error().dropboxCorrectOffset;
             if (!correct || *correct < 0 || *correct > size || ++resumes > 3) {
                 return Result<Metadata>::failureOf(appended);
             }

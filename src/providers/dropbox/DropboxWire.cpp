@@ -128,12 +128,8 @@ json commitArg(const CommitInfo& commit) {
     };
 }
 
-CallError malformedAnswer(const std::string& route, const std::string& what) {
-    CallError error;
-    error.kind = CallErrorKind::client;
-    error.error = ProviderError::transportFailure(TransportErrorKind::malformedResponse,
-                                                  "Dropbox " + route + ": " + what);
-    return error;
+ProviderError malformedAnswer(const std::string& route, const std::string& what) {
+    return ProviderError::transportFailure(TransportErrorKind::malformedResponse, "Dropbox " + route + ": " + what);
 }
 
 }  // namespace vxcloud::dropbox

@@ -50,6 +50,6 @@ bool parseBatchEntry(const json& value, RelocationBatchEntry& out);
 json commitArg(const CommitInfo& commit);
 
 // A client-side failure: an answer that is not what the route documents.
-CallError malformedAnswer(const std::string& route, const std::string& what);
+ProviderError malformedAnswer(const std::string& route, const std::string& what);
 
 }  // namespace vxcloud::dropbox

@@ -85,9 +85,7 @@ Result<HttpResponse> GoogleDriveClient::send(const Request& request) {
     api.maxAttempts = request.maxAttempts;
     if (!request.contentType.empty()) api.headers.set("Content-Type", request.contentType);
     for (const auto& [name, value] : request.headers) api.headers.set(name, value);
-    auto sent = caller_.send(api);
-    if (!sent.ok()) return Result<HttpResponse>::failure(CallError{sent.error()});
-    return Result<HttpResponse>::success(std::move(sent.value()));
+    return caller_.send(api);
 }
 
 Result<json> GoogleDriveClient::aboutGet(const std::string& fields) {

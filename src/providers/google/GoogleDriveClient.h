@@ -29,12 +29,8 @@
 
 namespace vxcloud::drive {
 
-struct CallError {
-    ProviderError error;
-};
-
 template <typename T>
-using Result = providers::Result<T, CallError>;
+using Result = providers::CallResult<T>;
 
 // Bytes of the document the server has acknowledged so far (never decreasing) and its size.
 using UploadProgress = std::function<void(std::int64_t uploaded, std::int64_t expected)>;
@@ -121,6 +117,6 @@ private:
 // A File resource; nothing when a field has the wrong type.
 std::optional<File> parseFile(const nlohmann::json& value);
 nlohmann::json metadataJson(const FileMetadata& metadata);
-CallError malformedAnswer(const std::string& what);
+ProviderError malformedAnswer(const std::string& what);
 
 }  // namespace vxcloud::drive

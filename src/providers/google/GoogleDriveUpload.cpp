@@ -185,7 +185,7 @@ Result<File> GoogleDriveClient::uploadResumable(const Upload& upload) {
             continue;
         }
 
-        const ProviderError& error = sent.error().error;
+        const ProviderError& error = sent.error();
         if (error.httpStatus == 404 && !restarted) {
             // The session expired or was lost: begin again from the first byte.
             restarted = true;

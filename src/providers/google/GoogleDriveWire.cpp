@@ -63,8 +63,8 @@ json metadataJson(const FileMetadata& metadata) {
     return out;
 }
 
-CallError malformedAnswer(const std::string& what) {
-    return CallError{ProviderError::transportFailure(TransportErrorKind::malformedResponse, "Google Drive: " + what)};
+ProviderError malformedAnswer(const std::string& what) {
+    return ProviderError::transportFailure(TransportErrorKind::malformedResponse, "Google Drive: " + what);
 }
 
 }  // namespace vxcloud::drive
