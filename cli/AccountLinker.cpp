@@ -17,10 +17,10 @@
 #include "Output.h"
 #include "Prompts.h"
 #include "vxcloud/auth/VXCloudAuthManager.h"
-#include "vxcloud/engine/VXCloudSessionFactory.h"
 #include "vxcloud/engine/VXCloudUtils.h"
 #include "vxcloud/model/VXCloudConstants.h"
 #include "vxcloud/model/VXCloudFile.h"
+#include "vxcloud/model/VXCloudServiceRegistry.h"
 #include "vxcloud/platform/Dispatch.h"
 #include "vxcloud/platform/Http.h"
 #include "vxcloud/platform/NotificationCenter.h"
@@ -172,8 +172,8 @@ Json folderInfoFromSettings(const Json& settings) {
 
 LinkResult linkAccount(HostContext& context, Prompter& prompter, const LinkRequest& request) {
     const std::string name = displayName(request.service);
-    if (request.service == VXCloudService::webDAV)
-        throw CliError("WebDAV accounts are not signed in to; add one with: vxcloud webdav add", kExitUsage);
+    if (serviceDescriptor(request.service).linking == VXCloudLinking::accountForm)
+        throw CliError(name + " accounts are not signed in to; add one with: vxcloud webdav add", kExitUsage);
     if (!VXCloudAuthManager::offersSignIn(request.service))
         throw CliError("linking " + name + " accounts is not available in this version of vxcloud; it links " +
                        signInServiceWords() + " accounts");
@@ -188,11 +188,9 @@ LinkResult linkAccount(HostContext& context, Prompter& prompter, const LinkReque
     setUpAuthorization(context);
     const auto manager = VXCloudAuthManager::sharedInstance();
 
-    // OneDrive and Evernote allow one account each: a new one replaces the old.
+    // Some services allow one account each: a new one replaces the old.
     AccountList replaced;
-    const bool single = request.service == VXCloudService::oneDrive || request.service == VXCloudService::evernote;
-    if (single && (request.service == VXCloudService::oneDrive ? manager->hasOneDriveAccountLinked()
-                                                               : manager->hasEvernoteAccountLinked())) {
+    if (serviceDescriptor(request.service).singleAccount && manager->hasAccountLinked(request.service)) {
         for (const auto& account : linkedAccounts())
             if (account->cloudService == request.service) replaced.push_back(account);
         say(VXCloudString::MAX_ACCOUNTS_FOR_SERVICE_ERROR());
@@ -283,9 +281,11 @@ LinkResult linkAccount(HostContext& context, Prompter& prompter, const LinkReque
     account->error.reset();
     for (const auto& old : replaced) {
         if (old->key() == account->key()) continue;
-        VXCloudUserDefaults::removeCloudAccount(old);
-        NotificationCenter::defaultCenter().post(VXCloudAccountUnlinkedNotification, nullptr,
-                                                 Json{{"account", old->toDict()}});
+        try {
+            unlinkAccount(old);
+        } catch (const CliError& e) {
+            warn(std::string("the account linked before is kept: ") + e.what());
+        }
     }
 
     // An account used before names its upload folder in its settings document.

@@ -5,13 +5,15 @@
 #include <nlohmann/json.hpp>
 
 #include "CliError.h"
+#include "SessionCalls.h"
 #include "vxcloud/auth/VXCloudAuthManager.h"
+#include "vxcloud/engine/VXCloudAccountActions.h"
 #include "vxcloud/engine/VXCloudUtils.h"
 #include "vxcloud/model/VXCloudConstants.h"
 #include "vxcloud/model/VXCloudFile.h"
+#include "vxcloud/model/VXCloudServiceRegistry.h"
 #include "vxcloud/model/VXCloudWebDAVAccount.h"
 #include "vxcloud/platform/Dispatch.h"
-#include "vxcloud/platform/NotificationCenter.h"
 #include "vxcloud/platform/PreferencesStore.h"
 
 namespace vxcloud::cli {
@@ -21,13 +23,6 @@ namespace {
 std::string lower(std::string text) {
     std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::tolower(c); });
     return text;
-}
-
-std::string withoutPunctuation(const std::string& text) {
-    std::string out;
-    for (unsigned char c : text)
-        if (std::isalnum(c)) out += static_cast<char>(std::tolower(c));
-    return out;
 }
 
 }  // namespace
@@ -46,17 +41,7 @@ std::string accountLabel(const VXCloudAccount& account) {
     return label;
 }
 
-std::optional<VXCloudService> parseService(const std::string& text) {
-    if (auto exact = cloudServiceFromType(text)) return exact;
-    const std::string wanted = withoutPunctuation(text);
-    if (wanted == "gdrive" || wanted == "google") return VXCloudService::googleDrive;
-    for (VXCloudService service : allCloudServices) {
-        if (withoutPunctuation(std::string(accountType(service))) == wanted ||
-            withoutPunctuation(displayName(service)) == wanted)
-            return service;
-    }
-    return std::nullopt;
-}
+std::optional<VXCloudService> parseService(const std::string& text) { return serviceFromName(text); }
 
 std::string serviceWords() {
     std::string words;
@@ -75,6 +60,19 @@ std::string signInServiceWords() {
         words += accountType(service);
     }
     return words;
+}
+
+std::string joinedWords(const std::vector<std::string>& words) {
+    std::string out;
+    for (std::size_t i = 0; i < words.size(); ++i) out += (i == 0 ? "" : (i + 1 == words.size() ? " and " : ", ")) + words[i];
+    return out;
+}
+
+std::string singleAccountServiceNames() {
+    std::vector<std::string> names;
+    for (VXCloudService service : allCloudServices)
+        if (serviceDescriptor(service).singleAccount) names.push_back(displayName(service));
+    return joinedWords(names);
 }
 
 VXCloudService requireService(const std::string& text) {
@@ -136,13 +134,7 @@ AccountList resolveAccounts(const std::vector<std::string>& references) {
 }
 
 std::optional<std::string> autoUploadRefusal(const VXCloudAccount& account) {
-    switch (account.cloudService) {
-        case VXCloudService::webDAV:
-            return std::string("WebDAV accounts cannot upload automatically: this version keeps WebDAV accounts but "
-                               "does not send documents to WebDAV servers, so an upload would never finish.");
-        case VXCloudService::oneNote: return VXCloudString::ONENOTE_AUTOUPLOAD_INFO();
-        default: return std::nullopt;
-    }
+    return noAutoUploadReason(account.cloudService);
 }
 
 std::optional<std::string> uploadFolderPath(const VXCloudAccount& account) {
@@ -169,16 +161,36 @@ void saveAccount(const VXCloudAccount& account) {
 }
 
 bool changeAutoUpload(VXCloudAccount& account, bool on) {
-    if (on) {
-        if (auto refusal = autoUploadRefusal(account)) throw CliError(*refusal, kExitFailed);
+    switch (VXCloudAccountActions::setAutoUpload(account, on)) {
+        case VXCloudAutoUploadChange::refused: throw CliError(*autoUploadRefusal(account), kExitFailed);
+        case VXCloudAutoUploadChange::notSaved: throw CliError("cannot save the account to " + PreferencesStore::standard()->path());
+        case VXCloudAutoUploadChange::unchanged: return false;
+        case VXCloudAutoUploadChange::changed: break;
     }
-    if (account.shouldAutoUpload == on) return false;
-    account.shouldAutoUpload = on;
-    saveAccount(account);
-    NotificationCenter::defaultCenter().post(VXCloudAutoUploadFlagChangedNotification, nullptr,
-                                             Json{{"account", account.toDict()}, {"shouldAutoUpload", on}});
     DispatchQueue::main()->drain();
     return true;
+}
+
+bool unlinkAccount(const std::shared_ptr<VXCloudAccount>& account) {
+    const auto outcome = awaitCompletion<VXCloudUnlinkOutcome>(
+        [&](std::function<void(VXCloudUnlinkOutcome)> done) { VXCloudAccountActions::unlinkAccount(account, done); });
+    const std::string label = accountLabel(*account);
+    if (!outcome || outcome->result == VXCloudUnlinkOutcome::Result::noAnswer)
+        throw CliError(VXCloudString::UNLINK_ACCOUNT_ERROR() + " (" + label + "): the service did not answer in time");
+    if (outcome->result == VXCloudUnlinkOutcome::Result::signOutFailed) {
+        const PlatformError error = outcome->error.value_or(PlatformError{});
+        throw CliError(VXCloudString::UNLINK_ACCOUNT_ERROR() + " (" + label + "): " + error.domain + " error " +
+                       std::to_string(error.code));
+    }
+    if (outcome->result == VXCloudUnlinkOutcome::Result::notRemoved)
+        throw CliError("cannot remove the account from " + PreferencesStore::standard()->path());
+    // The host's own observers (its records) have run by now.
+    DispatchQueue::main()->drain();
+    return outcome->result == VXCloudUnlinkOutcome::Result::unlinked;
+}
+
+bool webDAVAccount(const VXCloudAccount& account) {
+    return serviceDescriptor(account.cloudService).linking == VXCloudLinking::accountForm;
 }
 
 }  // namespace vxcloud::cli

@@ -33,6 +33,10 @@ bool allDigits(const std::string& text);
 std::optional<VXCloudService> parseService(const std::string& text);
 std::string serviceWords();  // "google_drive, dropbox, ..." for help texts
 std::string signInServiceWords();  // the services `vxcloud link` can sign in to
+// The display names of the services that allow one linked account: "OneDrive and Evernote".
+std::string singleAccountServiceNames();
+// "a", "a and b", "a, b and c".
+std::string joinedWords(const std::vector<std::string>& words);
 // parseService, or a CliError listing the services.
 VXCloudService requireService(const std::string& text);
 
@@ -50,9 +54,19 @@ std::shared_ptr<VXCloudAccount> reloadAccount(const std::string& key);
 // Saves the account; throws CliError when the preferences file cannot be written.
 void saveAccount(const VXCloudAccount& account);
 
-// The auto-upload switch: saves the account and posts
-// "VXCloudAutoUploadFlagChangedNotification" when the value changes. Throws CliError when
-// the account can never upload automatically.
+// The auto-upload switch (the component's): saves the account and posts
+// "VXCloudAutoUploadFlagChangedNotification" when the value changes, and lets the main
+// queue deliver it. Throws CliError when the account can never upload automatically or
+// cannot be saved.
 bool changeAutoUpload(VXCloudAccount& account, bool on);
+
+// Unlinks the account through the component (sign-out at the service, removal, the
+// unlinked notification delivered on the main queue). Throws CliError, with the account
+// left as it was, when the sign-out fails or the account cannot be removed. False when
+// there was nothing to sign out of (no session could be made for the account).
+bool unlinkAccount(const std::shared_ptr<VXCloudAccount>& account);
+
+// Whether the account is a WebDAV account (added by a form, never signed in to).
+bool webDAVAccount(const VXCloudAccount& account);
 
 }  // namespace vxcloud::cli

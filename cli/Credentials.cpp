@@ -6,54 +6,28 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
+#include "Accounts.h"
 #include "vxcloud/engine/VXCloudUtils.h"
+#include "vxcloud/model/VXCloudServiceRegistry.h"
 #include "vxcloud/platform/Json.h"
 #include "vxcloud/sessions/VXCloudServiceConfig.h"
 
 namespace vxcloud::cli {
 
 std::optional<ServiceCredentialLayout> credentialLayout(VXCloudService service) {
-    switch (service) {
-        case VXCloudService::dropbox:
-            return ServiceCredentialLayout{"dropbox",
-                                         {{"app_key", "VXCLOUD_DROPBOX_APP_KEY", "app key", true, ""},
-                                          // Dropbox only redirects to a URI registered for the app, port included.
-                                          {"redirect_url", "VXCLOUD_DROPBOX_REDIRECT_URL", "redirect URL", true,
-                                           "a loopback address with a fixed port such as http://127.0.0.1:8765/, "
-                                           "registered exactly so under Redirect URIs in the Dropbox App Console"}},
-                                         "app_key",
-                                         ""};
-        case VXCloudService::googleDrive:
-            return ServiceCredentialLayout{"google_drive",
-                                         {{"client_id", "VXCLOUD_GOOGLE_CLIENT_ID", "client id", true,
-                                           "an OAuth client of type \"Desktop app\" in the Google Cloud console"},
-                                          // Not confidential for a desktop app, but Google's token endpoint wants it.
-                                          {"client_secret", "VXCLOUD_GOOGLE_CLIENT_SECRET", "client secret", true,
-                                           "shown beside the Desktop app's client id"},
-                                          {"redirect_url", "VXCLOUD_GOOGLE_REDIRECT_URL", "redirect URL", false, ""}},
-                                         "client_id",
-                                         "client_secret"};
-        case VXCloudService::oneDrive:
-        case VXCloudService::oneNote:
-            return ServiceCredentialLayout{"one_drive",
-                                         {{"application_id", "VXCLOUD_ONEDRIVE_APPLICATION_ID", "application id", true, ""}},
-                                         "application_id",
-                                         ""};
-        case VXCloudService::box:
-            return ServiceCredentialLayout{"box",
-                                         {{"client_id", "VXCLOUD_BOX_CLIENT_ID", "client id", true, ""},
-                                          {"client_secret", "VXCLOUD_BOX_CLIENT_SECRET", "client secret", true, ""}},
-                                         "client_id",
-                                         "client_secret"};
-        case VXCloudService::evernote:
-            return ServiceCredentialLayout{"evernote",
-                                         {{"consumer_key", "VXCLOUD_EVERNOTE_CONSUMER_KEY", "consumer key", true, ""},
-                                          {"consumer_secret", "VXCLOUD_EVERNOTE_CONSUMER_SECRET", "consumer secret", true, ""}},
-                                         "consumer_key",
-                                         "consumer_secret"};
-        case VXCloudService::webDAV: return std::nullopt;
+    const VXCloudServiceDescriptor& entry = serviceDescriptor(service);
+    if (entry.credentials.empty()) return std::nullopt;
+    ServiceCredentialLayout layout;
+    layout.section = entry.credentialsSection;
+    for (const VXCloudCredentialField& field : entry.credentials) {
+        std::string environment = "VXCLOUD_" + std::string(entry.environmentName) + "_" + std::string(field.key);
+        for (auto& c : environment) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+        layout.fields.push_back(CredentialField{std::string(field.key), environment, std::string(field.label),
+                                                field.required, std::string(field.hint)});
+        if (field.role == VXCloudCredentialField::Role::clientId) layout.idKey = field.key;
+        if (field.role == VXCloudCredentialField::Role::clientSecret) layout.secretKey = field.key;
     }
-    return std::nullopt;
+    return layout;
 }
 
 HostCredentials HostCredentials::load(const std::string& credentialsPath) {
@@ -116,16 +90,17 @@ std::string HostCredentials::missingMessage(VXCloudService service) const {
     const auto fields = missing(service);
     if (fields.empty()) return {};
     const auto layout = credentialLayout(service);
-    std::string labels, example, variables;
+    std::vector<std::string> labelList;
+    std::string example, variables;
     for (std::size_t i = 0; i < fields.size(); ++i) {
         const auto& f = fields[i];
-        labels += (i == 0 ? "" : (i + 1 == fields.size() ? " and " : ", ")) + f.label;
+        labelList.push_back(f.label);
         std::string placeholder = "YOUR_" + f.key;
         for (auto& c : placeholder) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
         example += (i == 0 ? "" : ", ") + ("\"" + f.key + "\": \"" + placeholder + "\"");
         variables += "  " + f.environment + "\n";
     }
-    std::string message = "linking a " + displayName(service) + " account needs this app's " + labels +
+    std::string message = "linking a " + displayName(service) + " account needs this app's " + joinedWords(labelList) +
                           " at " + displayName(service) + (fields.size() > 1 ? ", which are not set.\n" : ", which is not set.\n");
     message += std::string(fields.size() > 1 ? "Put them" : "Put it") + " in " + path_ +
                " (readable only by you: chmod 600):\n";

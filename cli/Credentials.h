@@ -27,7 +27,8 @@ struct ServiceCredentialLayout {
     std::string secretKey;  // the field with its secret, when it has one
 };
 
-// The credentials a service's sign-in needs; nothing for WebDAV, which signs in nowhere.
+// The credentials a service's sign-in needs, as its registry entry lists them, with the
+// environment variables that override them; nothing for WebDAV, which signs in nowhere.
 std::optional<ServiceCredentialLayout> credentialLayout(VXCloudService service);
 
 class HostCredentials {

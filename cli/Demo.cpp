@@ -23,6 +23,7 @@
 #include "vxcloud/engine/VXCloudSessionFactory.h"
 #include "vxcloud/engine/VXCloudUtils.h"
 #include "vxcloud/model/VXCloudConstants.h"
+#include "vxcloud/model/VXCloudServiceRegistry.h"
 
 #ifdef VXCLOUD_HAVE_SANDBOX
 #include "vxcloud_sandbox/Sandbox.h"
@@ -148,7 +149,7 @@ private:
     void linkAccounts() {
         heading(1, VXCloudString::LINK_ACCOUNT() + ": every provider the sandbox emulates");
         for (const auto service : context_.sandbox()->services()) {
-            const bool single = service == VXCloudService::oneDrive || service == VXCloudService::evernote;
+            const bool single = serviceDescriptor(service).singleAccount;
             const std::string provider = *context_.sandbox()->providerName(service);
             for (const auto& seeded : sandbox_.accounts(provider)) {
                 try {

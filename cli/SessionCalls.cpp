@@ -2,6 +2,7 @@
 
 #include <mutex>
 
+#include "vxcloud/engine/VXCloudAccountActions.h"
 #include "vxcloud/model/VXCloudConstants.h"
 #include "vxcloud/platform/Dispatch.h"
 
@@ -142,13 +143,19 @@ SessionOutcome downloadSettings(const std::shared_ptr<VXCloudSession>& session, 
     return answer->wait(timeout).value_or(SessionOutcome{});
 }
 
-UnlinkOutcome removeAuthorization(const std::shared_ptr<VXCloudSession>& session, std::chrono::milliseconds timeout) {
-    auto answer = std::make_shared<Answer<UnlinkOutcome>>();
-    session->removeAuthorizationWithCompletion([answer](std::shared_ptr<VXCloudAccount>, std::optional<PlatformError> error) {
-        answer->deliver(UnlinkOutcome{true, std::move(error)});
-    });
-    return answer->wait(timeout).value_or(UnlinkOutcome{});
+template <typename T>
+std::optional<T> awaitCompletion(const std::function<void(std::function<void(T)>)>& start,
+                                 std::chrono::milliseconds timeout) {
+    auto answer = std::make_shared<Answer<T>>();
+    start([answer](T value) { answer->deliver(std::move(value)); });
+    return answer->wait(timeout);
 }
+
+// The component's calls the screens wait for.
+template std::optional<VXCloudUploadFolderChange> awaitCompletion(
+    const std::function<void(std::function<void(VXCloudUploadFolderChange)>)>&, std::chrono::milliseconds);
+template std::optional<VXCloudUnlinkOutcome> awaitCompletion(
+    const std::function<void(std::function<void(VXCloudUnlinkOutcome)>)>&, std::chrono::milliseconds);
 
 std::string errorText(ErrorCode code) {
     switch (code) {

@@ -1,13 +1,13 @@
 #pragma once
 // The session operations the screens use (list folders, create a folder, write the settings
-// document, read it back, unlink), each waited for while the main queue keeps running.
+// document, read it back), each waited for while the main queue keeps running.
 // Every call gives up after its time-out instead of waiting for an answer forever.
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 
-#include "vxcloud/model/PlatformError.h"
 #include "vxcloud/model/VXCloudError.h"
 #include "vxcloud/model/VXCloudFile.h"
 #include "vxcloud/sessions/VXCloudSession.h"
@@ -36,12 +36,11 @@ SessionOutcome uploadFile(const std::shared_ptr<VXCloudSession>& session, const 
 SessionOutcome downloadSettings(const std::shared_ptr<VXCloudSession>& session,
                                 std::chrono::milliseconds timeout = kSessionTimeout);
 
-struct UnlinkOutcome {
-    bool answered = false;
-    std::optional<PlatformError> error;
-};
-UnlinkOutcome removeAuthorization(const std::shared_ptr<VXCloudSession>& session,
-                                  std::chrono::milliseconds timeout = kSessionTimeout);
+// Starts a call of the component that answers through a completion on the main queue and
+// runs the main queue until it has answered; nothing when it did not within the time-out.
+template <typename T>
+std::optional<T> awaitCompletion(const std::function<void(std::function<void(T)>)>& start,
+                                 std::chrono::milliseconds timeout = kSessionTimeout + std::chrono::seconds(10));
 
 // The text a person reads for an error code (the component's own texts where it has one).
 std::string errorText(ErrorCode code);

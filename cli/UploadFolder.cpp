@@ -3,62 +3,41 @@
 #include <nlohmann/json.hpp>
 
 #include "Accounts.h"
+#include "CliError.h"
 #include "DocumentJobs.h"
 #include "HostContext.h"
 #include "Output.h"
 #include "Progress.h"
 #include "SessionCalls.h"
+#include "vxcloud/engine/VXCloudAccountActions.h"
 #include "vxcloud/engine/VXCloudUtils.h"
 #include "vxcloud/model/VXCloudConstants.h"
 #include "vxcloud/model/VXCloudFile.h"
 #include "vxcloud/platform/Dispatch.h"
-#include "vxcloud/sessions/VXCloudDropboxSession.h"
+#include "vxcloud/platform/PreferencesStore.h"
 
 namespace vxcloud::cli {
-
-namespace {
-
-constexpr const char* kSettingsFileName = VXCloudDropboxSession::kSettingsFileName;
-
-}  // namespace
-
-Json settingsDocument(const Json& uploadFolderInfo) {
-    // The upload-folder keys are what the sessions read back; the rest says who wrote it.
-    Json document = uploadFolderInfo.is_object() ? uploadFolderInfo : Json::object();
-    document["writtenBy"] = "vxcloud";
-    document["writtenAt"] = nowSeconds();
-    return document;
-}
 
 FolderChange chooseUploadFolder(const std::shared_ptr<VXCloudAccount>& account,
                                 const std::shared_ptr<VXCloudSession>& session, const Json& uploadFolderInfo,
                                 bool moveFiles) {
+    using Settings = VXCloudUploadFolderChange::Settings;
+    const auto chosen = awaitCompletion<VXCloudUploadFolderChange>([&](std::function<void(VXCloudUploadFolderChange)> done) {
+        VXCloudAccountActions::selectUploadFolder(account, uploadFolderInfo, moveFiles, done, session, kSessionTimeout);
+    });
+    if (!chosen) throw CliError("choosing the upload folder did not finish in time");
+    if (!chosen->chosen()) throw CliError("cannot save the account to " + PreferencesStore::standard()->path());
     FolderChange change;
-    const JsonBox fromFolder = account->uploadFolderInfo;
-    account->uploadFolderInfo = uploadFolderInfo;
-    if (account->error && account->error->errorCode == ErrorCode::missingFolder) account->error.reset();
-    saveAccount(*account);
-
-    if (session) {
-        auto settings = std::make_shared<VXCloudFile>(kSettingsFileName, false, false);
-        settings->fileData = ByteBuffer::copyOf(settingsDocument(uploadFolderInfo).dump(2));
-        settings->mimeType = "application/json";
-        const SessionOutcome written = uploadFile(session, settings, session->rootFolder(), /*overwrite=*/true);
-        change.settingsWritten = written.ok();
-        if (!written.ok()) {
-            change.settingsProblem = written.answered && written.error ? errorText(written.error->errorCode)
-                                                                       : "the service did not answer in time";
-        }
-    } else {
-        change.settingsProblem = "no session could be made for the account";
+    change.settingsWritten = chosen->settingsWritten();
+    switch (chosen->settings) {
+        case Settings::written:
+        case Settings::notSaved: break;
+        case Settings::failed:
+            change.settingsProblem = errorText(chosen->error ? chosen->error->errorCode : ErrorCode::fileUpload);
+            break;
+        case Settings::noAnswer: change.settingsProblem = "the service did not answer in time"; break;
+        case Settings::noSession: change.settingsProblem = "no session could be made for the account"; break;
     }
-
-    Json userInfo = {{"account", account->toDict()},
-                     {"fromFolder", fromFolder.value_or_null()},
-                     {"toFolder", uploadFolderInfo},
-                     {"moveFiles", moveFiles}};
-    NotificationCenter::defaultCenter().post(VXCloudSelectedUploadFolderNotification, nullptr, userInfo);
-    DispatchQueue::main()->drain();
     return change;
 }
 

@@ -1,8 +1,7 @@
 #pragma once
-// Setting an account's upload folder, as the account settings screen does: store the
-// folder in the account, save it, write the settings document to the service so the folder
-// is found again after linking anew, and announce the change. The host listens for the
-// announcement and, when asked to, moves the documents from the old folder to the new.
+// Setting an account's upload folder, as the account settings screen does: the component
+// stores and announces the change; this host listens for the announcement and, when
+// asked to, moves the documents from the old folder to the new.
 #include <memory>
 #include <string>
 
@@ -24,12 +23,10 @@ struct FolderChange {
     std::string settingsProblem;  // why the settings document could not be written
 };
 
-// The settings document's content for an upload folder.
-Json settingsDocument(const Json& uploadFolderInfo);
-
-// Stores `uploadFolderInfo` as the account's upload folder and carries the change through.
-// Posts "VXCloudSelectedUploadFolderNotification" with "account", "fromFolder", "toFolder"
-// and "moveFiles", and lets the main queue deliver it before returning.
+// Makes `uploadFolderInfo` the account's upload folder through the component (saved,
+// settings document written with `session`, "VXCloudSelectedUploadFolderNotification"
+// posted), and lets the main queue deliver the notification before returning. Throws
+// CliError when the account cannot be saved.
 FolderChange chooseUploadFolder(const std::shared_ptr<VXCloudAccount>& account,
                                 const std::shared_ptr<VXCloudSession>& session, const Json& uploadFolderInfo,
                                 bool moveFiles);

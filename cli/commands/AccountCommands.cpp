@@ -7,13 +7,9 @@
 #include "Commands.h"
 #include "Output.h"
 #include "Prompts.h"
-#include "SessionCalls.h"
-#include "vxcloud/engine/VXCloudSessionFactory.h"
 #include "vxcloud/engine/VXCloudUtils.h"
 #include "vxcloud/model/VXCloudConstants.h"
 #include "vxcloud/model/VXCloudWebDAVAccount.h"
-#include "vxcloud/platform/Dispatch.h"
-#include "vxcloud/platform/NotificationCenter.h"
 
 namespace vxcloud::cli {
 
@@ -46,8 +42,7 @@ Json accountJson(const VXCloudAccount& account, std::size_t number) {
 // Notes under the table: what a person should know about an account.
 std::vector<std::string> accountNotes(const VXCloudAccount& account) {
     std::vector<std::string> notes;
-    if (account.cloudService == VXCloudService::oneNote) notes.push_back(VXCloudString::ONENOTE_AUTOUPLOAD_INFO());
-    if (account.cloudService == VXCloudService::webDAV) notes.push_back(*autoUploadRefusal(account));
+    if (auto refusal = autoUploadRefusal(account)) notes.push_back(*refusal);
     if (account.error && account.error->errorCode == ErrorCode::authentication)
         notes.push_back(VXCloudString::AUTHORIZE_ACCOUNT() + ": " + VXCloudString::AUTHENTICATION_ERROR() +
                         " (vxcloud link " + account.accountType() + ")");
@@ -124,35 +119,18 @@ int link(const CommonOptions& common, const LinkArgs& args) {
 int unlink(const CommonOptions& common, const std::string& reference) {
     const bool webdav = [&] {
         HostContext offline(hostOptions(common, true));
-        return resolveAccount(reference)->cloudService == VXCloudService::webDAV;
+        return webDAVAccount(*resolveAccount(reference));
     }();
     // WebDAV accounts are only stored here; the others' sessions also delete their tokens.
     HostContext context(hostOptions(common, webdav));
     const auto account = resolveAccount(reference);
     const std::string label = accountLabel(*account);
-    if (!webdav) {
-        if (auto session = initCloudSession(account)) {
-            const UnlinkOutcome outcome = removeAuthorization(session);
-            if (!outcome.answered || outcome.error) {
-                std::string why = !outcome.answered ? "the service did not answer in time"
-                                                    : outcome.error->domain + " error " + std::to_string(outcome.error->code);
-                throw CliError(VXCloudString::UNLINK_ACCOUNT_ERROR() + " (" + label + "): " + why);
-            }
-        } else if (!common.json) {
-            say("The account's sign-in was already gone; it is removed from this host.");
-        }
-    }
-    VXCloudUserDefaults::removeCloudAccount(account);
-    int forgotten = 0;
-    {
-        // The host forgets what it knew about the account's copies of its documents.
-        auto& records = context.records();
-        const auto before = records.documentsOnAccount(account->accountType(), account->email, std::nullopt).size();
-        NotificationCenter::defaultCenter().post(VXCloudAccountUnlinkedNotification, nullptr,
-                                                 Json{{"account", account->toDict()}});
-        DispatchQueue::main()->drain();
-        forgotten = static_cast<int>(before);
-    }
+    // The host forgets what it knew about the account's copies of its documents when the
+    // component announces the unlink.
+    const auto forgotten =
+        context.records().documentsOnAccount(account->accountType(), account->email, std::nullopt).size();
+    const bool signedOut = unlinkAccount(account);
+    if (!signedOut && !webdav && !common.json) say("The account's sign-in was already gone; it is removed from this host.");
     if (common.json) {
         printJson(Json{{"unlinked", label}, {"key", account->key()}, {"documentsForgotten", forgotten}});
     } else {
@@ -262,7 +240,8 @@ void addAccountCommands(CommandLine& line) {
     linkCommand->add_flag("--paste", linkArgs->paste,
                           "Read the address the browser ended on from stdin (for a browser on another machine)");
     linkCommand->add_flag("--replace", linkArgs->replace,
-                          "For OneDrive and Evernote, which allow one account: replace the linked one without asking");
+                          "For " + singleAccountServiceNames() +
+                              ", which allow one account: replace the linked one without asking");
     addSandbox(linkCommand, common);
     addVerbosity(linkCommand, common);
     addJson(linkCommand, common);

@@ -1,6 +1,9 @@
-#include "auth/DropboxAuthFlow.h"
-
+// Dropbox's sign-in: offline access (a refresh token) with PKCE and no secret; the tokens
+// are stored under the account id, where the Dropbox client reads them, and the account
+// is built from users/get_current_account.
 #include <nlohmann/json.hpp>
+
+#include "auth/SignIn.h"
 
 #include "providers/dropbox/DropboxClient.h"
 #include "vxcloud/model/VXCloudAccount.h"
@@ -60,13 +63,20 @@ VXCloudAuthResult finishDropbox(const GrantedTokens& granted) {
     return linkedAccount(std::make_shared<VXCloudAccount>(accountId, full.value().email, kService));
 }
 
+SignInStart startDropbox(const VXCloudAuthManager& manager, const std::shared_ptr<VXCloudUserAgent>&,
+                         std::chrono::milliseconds timeLimit, OAuth2Flow::Completion completion) {
+    const auto info = manager.dropboxInfo();
+    if (!info) {
+        return signInRefused(ErrorCode::fileUpload,
+                             "Dropbox is not set up: pass the app key to VXCloudAuthManager::setup().");
+    }
+    OAuth2Request request = OAuth2Request::forService(kService, info->appKey, info->redirectURL, timeLimit);
+    request.extraParameters = {{"token_access_type", "offline"}};
+    return {OAuth2Flow::create(std::move(request), finishDropbox, std::move(completion)), std::nullopt};
+}
+
 }  // namespace
 
-std::shared_ptr<OAuth2Flow> makeDropboxFlow(const VXCloudDropboxInfo& info, std::chrono::milliseconds timeLimit,
-                                            OAuth2Flow::Completion completion) {
-    OAuth2Request request = OAuth2Request::forService(kService, "Dropbox", info.appKey, info.redirectURL, timeLimit);
-    request.extraParameters = {{"token_access_type", "offline"}};
-    return OAuth2Flow::create(std::move(request), finishDropbox, std::move(completion));
-}
+const SignIn kDropboxSignIn{startDropbox, classifyTokenEndpointError};
 
 }  // namespace vxcloud::auth

@@ -1,9 +1,13 @@
 #include "auth/GoogleAuthFlow.h"
 
 #include <algorithm>
+#include <cstdio>
+#include <cstdlib>
 #include <nlohmann/json.hpp>
 
 #include "auth/Pkce.h"
+#include "auth/SignIn.h"
+#include "vxcloud/model/VXCloudConstants.h"
 #include "vxcloud/model/VXCloudAccount.h"
 #include "vxcloud/platform/Http.h"
 #include "vxcloud/sessions/VXCloudServiceConfig.h"
@@ -139,19 +143,46 @@ std::vector<std::string> googleScopes(const std::vector<std::string>& requested)
     return scopes;
 }
 
-std::shared_ptr<OAuth2Flow> makeGoogleFlow(const VXCloudGoogleDriveInfo& info, std::chrono::milliseconds timeLimit,
-                                           OAuth2Flow::Completion completion) {
-    OAuth2Request request =
-        OAuth2Request::forService(kService, "Google Drive", info.clientId, info.redirectURL, timeLimit);
-    if (info.clientSecret) request.clientSecret = info.clientSecret;
-    request.scopes = googleScopes(info.scopes);
-    request.extraParameters = {{"access_type", "offline"}, {"prompt", "consent"}};
-    const std::string clientId = info.clientId;
-    const std::vector<std::string> scopes = request.scopes;
-    return OAuth2Flow::create(
-        std::move(request),
-        [clientId, scopes](const GrantedTokens& granted) { return finishGoogle(granted, clientId, scopes); },
-        std::move(completion));
+namespace {
+
+constexpr const char* kGoogleSetupMissing =
+    "Call VXCloudAuthManager.sharedInstance.setup() passing your apps Google Drive integration info (client id, "
+    "redirectURL, and scopes (optional)).";
+
+[[noreturn]] void fatal(const char* message) {
+    std::fputs(message, stderr);
+    std::fputc('\n', stderr);
+    std::fflush(stderr);
+    std::abort();
 }
+
+SignInStart startGoogle(const VXCloudAuthManager& manager, const std::shared_ptr<VXCloudUserAgent>& userAgent,
+                        std::chrono::milliseconds timeLimit, OAuth2Flow::Completion completion) {
+    // The component shows no alerts of its own: a sign-in nobody can see ends at once.
+    if (!userAgent) return signInRefused(ErrorCode::connection, VXCloudString::GENERIC_ERROR());
+    const auto info = manager.googleDriveInfo();
+    // Signing in to Google without the app's registration is a programming error.
+    if (!info) fatal(kGoogleSetupMissing);
+    OAuth2Request request = OAuth2Request::forService(kService, info->clientId, info->redirectURL, timeLimit);
+    if (info->clientSecret) request.clientSecret = info->clientSecret;
+    request.scopes = googleScopes(info->scopes);
+    request.extraParameters = {{"access_type", "offline"}, {"prompt", "consent"}};
+    const std::string clientId = info->clientId;
+    const std::vector<std::string> scopes = request.scopes;
+    return {OAuth2Flow::create(
+                std::move(request),
+                [clientId, scopes](const GrantedTokens& granted) { return finishGoogle(granted, clientId, scopes); },
+                std::move(completion)),
+            std::nullopt};
+}
+
+// Google's token and userinfo errors carry its structured reasons.
+ErrorCode classifyGoogle(VXCloudService, const ProviderError& error) {
+    return VXCloudError::errorCodeFromGoogleDriveError(error);
+}
+
+}  // namespace
+
+const SignIn kGoogleSignIn{startGoogle, classifyGoogle};
 
 }  // namespace vxcloud::auth

@@ -5,13 +5,8 @@
 // unticked it) fails. The user is named by the OpenID id_token (its "sub" and
 // "email"), or by the userinfo endpoint when no id_token came; the tokens are stored under
 // "VX_Google_Drive_" + that id, where the Drive client reads them.
-#include <chrono>
-#include <memory>
 #include <string>
 #include <vector>
-
-#include "auth/OAuth2Flow.h"
-#include "vxcloud/auth/VXCloudAuthInfo.h"
 
 namespace vxcloud::auth {
 
@@ -21,8 +16,5 @@ inline constexpr const char* kUserInfoEndpointKey = "userinfo";
 
 // The scopes asked for: the host's (or per-file Drive access), plus "openid" and "email".
 std::vector<std::string> googleScopes(const std::vector<std::string>& requested);
-
-std::shared_ptr<OAuth2Flow> makeGoogleFlow(const VXCloudGoogleDriveInfo& info, std::chrono::milliseconds timeLimit,
-                                           OAuth2Flow::Completion completion);
 
 }  // namespace vxcloud::auth

@@ -5,10 +5,12 @@
 #include "auth/LoopbackRedirectListener.h"
 #include "auth/Pkce.h"
 #include "auth/RedirectUrl.h"
+#include "auth/SignIn.h"
 #include "providers/ProviderSupport.h"
 #include "providers/oauth/TokenRequest.h"
 #include "vxcloud/model/VXCloudAccount.h"
 #include "vxcloud/model/VXCloudConstants.h"
+#include "vxcloud/model/VXCloudServiceRegistry.h"
 #include "vxcloud/model/VXCloudUserDefaults.h"
 #include "vxcloud/platform/Dispatch.h"
 #include "vxcloud/platform/Http.h"
@@ -78,11 +80,19 @@ ErrorCode classifySignInError(VXCloudService service, const ProviderError& error
         return error.transport == TransportErrorKind::malformedResponse ? ErrorCode::fileUpload
                                                                         : ErrorCode::connection;
     }
-    if (service == VXCloudService::googleDrive) return VXCloudError::errorCodeFromGoogleDriveError(error);
+    const SignIn* signIn = serviceDescriptor(service).signIn;
+    return signIn && signIn->classify ? signIn->classify(service, error) : classifyTokenEndpointError(service, error);
+}
+
+ErrorCode classifyTokenEndpointError(VXCloudService service, const ProviderError& error) {
     const int status = error.httpStatus.value_or(0);
     if (status == 429 || status >= 500) return ErrorCode::connection;
     if (error.oauthError == "invalid_grant" || status == 401) return ErrorCode::authentication;
     return VXCloudError::initWithError(error, service)->errorCode;
+}
+
+SignInStart signInRefused(ErrorCode code, const std::string& message) {
+    return {nullptr, signInError(code, message)};
 }
 
 VXCloudAuthResult signInError(ErrorCode code, const std::string& message) {
@@ -103,12 +113,12 @@ VXCloudAuthResult linkedAccount(std::shared_ptr<VXCloudAccount> account) {
     return VXCloudAuthResult::success(std::move(account));
 }
 
-OAuth2Request OAuth2Request::forService(VXCloudService service, std::string serviceName, std::string clientId,
-                                        std::string redirectUrl, std::chrono::milliseconds timeLimit) {
+OAuth2Request OAuth2Request::forService(VXCloudService service, std::string clientId, std::string redirectUrl,
+                                        std::chrono::milliseconds timeLimit) {
     const VXCloudServiceEndpoints endpoints = VXCloudServiceConfig::endpoints(service);
     OAuth2Request request;
     request.service = service;
-    request.serviceName = std::move(serviceName);
+    request.serviceName = serviceDescriptor(service).displayName;
     request.authorizeUrl = endpoints.authorizeUrl;
     request.tokenUrl = endpoints.tokenUrl;
     request.clientId = std::move(clientId);

@@ -46,10 +46,10 @@ struct OAuth2Request {
     std::string redirectUrl;
     std::chrono::milliseconds timeLimit{std::chrono::minutes(10)};
 
-    // A request to the service's configured endpoints, with the configured client secret
-    // (if any); the service's flow adds its scopes and parameters.
-    static OAuth2Request forService(VXCloudService service, std::string serviceName, std::string clientId,
-                                    std::string redirectUrl, std::chrono::milliseconds timeLimit);
+    // A request to the service's configured endpoints, named by its display name, with the
+    // configured client secret (if any); the service's flow adds its scopes and parameters.
+    static OAuth2Request forService(VXCloudService service, std::string clientId, std::string redirectUrl,
+                                    std::chrono::milliseconds timeLimit);
 };
 
 // What the token endpoint granted.
@@ -115,8 +115,8 @@ private:
     std::unique_ptr<LoopbackRedirectListener> listener_;
 };
 
-// The error code of a failed sign-in step: no connection or server trouble is
-// `connection`, a refused grant `authentication`, else the service's own classifier.
+// The error code of a failed sign-in step: no connection is `connection`, an unreadable
+// answer `fileUpload`, else what the service's sign-in makes of it.
 ErrorCode classifySignInError(VXCloudService service, const ProviderError& error);
 VXCloudAuthResult signInError(ErrorCode code, const std::string& message);
 

@@ -3,15 +3,13 @@
 // settings download are in VXCloudAuthManagerStartup.cpp.
 #include "vxcloud/auth/VXCloudAuthManager.h"
 
-#include <cstdio>
-#include <cstdlib>
 #include <nlohmann/json.hpp>
 
 #include "auth/AuthManagerState.h"
-#include "auth/DropboxAuthFlow.h"
-#include "auth/GoogleAuthFlow.h"
+#include "auth/SignIn.h"
 #include "vxcloud/model/VXCloudConstants.h"
 #include "vxcloud/model/VXCloudError.h"
+#include "vxcloud/model/VXCloudServiceRegistry.h"
 #include "vxcloud/model/VXCloudUserDefaults.h"
 #include "vxcloud/platform/NotificationCenter.h"
 #include "vxcloud/sessions/VXCloudServiceConfig.h"
@@ -19,19 +17,16 @@
 namespace vxcloud {
 namespace {
 
-constexpr const char* kGoogleSetupMissing =
-    "Call VXCloudAuthManager.sharedInstance.setup() passing your apps Google Drive integration info (client id, "
-    "redirectURL, and scopes (optional)).";
-
-[[noreturn]] void fatal(const char* message) {
-    std::fputs(message, stderr);
-    std::fputc('\n', stderr);
-    std::fflush(stderr);
-    std::abort();
-}
-
 VXCloudAuthResult unavailable(const std::string& what) {
     return auth::signInError(ErrorCode::fileUpload, what);
+}
+
+// Why the service cannot be signed in to in this build.
+std::string noSignInMessage(const VXCloudServiceDescriptor& entry) {
+    if (entry.typeWord.empty()) return "Unknown service.";
+    const std::string name(entry.displayName);
+    if (entry.linking == VXCloudLinking::accountForm) return name + " accounts are added with the account form, not signed in.";
+    return "Linking " + name + " accounts is not available in this build.";
 }
 
 }  // namespace
@@ -108,59 +103,39 @@ std::shared_ptr<VXCloudEvernoteInfo> VXCloudAuthManager::evernoteInfo() const {
 
 void VXCloudAuthManager::authorize(std::shared_ptr<VXCloudUserAgent> fromViewController,
                                    VXCloudService cloudService) {
-    switch (cloudService) {
-        case VXCloudService::googleDrive:
-            if (!fromViewController) {
-                postAuthNotification(auth::signInError(ErrorCode::connection, VXCloudString::GENERIC_ERROR()));
-                return;
-            }
-            return handleGoogleDriveAuth(std::move(fromViewController));
-        case VXCloudService::dropbox: return handleDropboxAuth(std::move(fromViewController));
-        case VXCloudService::oneDrive:
-        case VXCloudService::oneNote: return handleOneDriveOneNoteAuth(cloudService);
-        case VXCloudService::box: return handleBoxAuth();
-        case VXCloudService::evernote: return handleEvernoteAuth(std::move(fromViewController));
-        case VXCloudService::webDAV:
-            postAuthNotification(unavailable("WebDAV accounts are added with the account form, not signed in."));
-            return;
+    const VXCloudServiceDescriptor& entry = serviceDescriptor(cloudService);
+    if (!entry.signIn || !entry.signIn->start) {
+        postAuthNotification(unavailable(noSignInMessage(entry)));
+        return;
     }
-    postAuthNotification(unavailable("Unknown service."));
+    auth::SignInStart start = entry.signIn->start(*this, fromViewController, state_->authorizationTimeLimit(),
+                                                  State::flowCompletion(*this));
+    if (start.flow) {
+        state_->runFlow(start.flow, fromViewController);
+    } else {
+        postAuthNotification(start.result.value_or(unavailable(noSignInMessage(entry))));
+    }
 }
 
-bool VXCloudAuthManager::offersSignIn(VXCloudService cloudService) {
-    return cloudService == VXCloudService::googleDrive || cloudService == VXCloudService::dropbox;
-}
+bool VXCloudAuthManager::offersSignIn(VXCloudService cloudService) { return vxcloud::offersSignIn(cloudService); }
 
+// The per-service entry points all start the sign-in the service's registry entry names.
 void VXCloudAuthManager::handleGoogleDriveAuth(std::shared_ptr<VXCloudUserAgent> fromExternalUserAgent) {
-    auto info = googleDriveInfo();
-    if (!info) fatal(kGoogleSetupMissing);
-    state_->runFlow(auth::makeGoogleFlow(*info, state_->authorizationTimeLimit(), State::flowCompletion(*this)),
-                    fromExternalUserAgent);
+    authorize(std::move(fromExternalUserAgent), VXCloudService::googleDrive);
 }
 
 void VXCloudAuthManager::handleDropboxAuth(std::shared_ptr<VXCloudUserAgent> fromViewController) {
-    auto info = dropboxInfo();
-    if (!info) {
-        postAuthNotification(unavailable("Dropbox is not set up: pass the app key to VXCloudAuthManager::setup()."));
-        return;
-    }
-    state_->runFlow(auth::makeDropboxFlow(*info, state_->authorizationTimeLimit(), State::flowCompletion(*this)),
-                    fromViewController);
+    authorize(std::move(fromViewController), VXCloudService::dropbox);
 }
 
-// The sign-ins of these services come with their sessions.
 void VXCloudAuthManager::handleOneDriveOneNoteAuth(VXCloudService cloudService) {
-    postAuthNotification(unavailable(std::string("Linking ") +
-                                     (cloudService == VXCloudService::oneNote ? "OneNote" : "OneDrive") +
-                                     " accounts is not available in this build."));
+    authorize(nullptr, cloudService == VXCloudService::oneNote ? VXCloudService::oneNote : VXCloudService::oneDrive);
 }
 
-void VXCloudAuthManager::handleBoxAuth() {
-    postAuthNotification(unavailable("Linking Box accounts is not available in this build."));
-}
+void VXCloudAuthManager::handleBoxAuth() { authorize(nullptr, VXCloudService::box); }
 
-void VXCloudAuthManager::handleEvernoteAuth(std::shared_ptr<VXCloudUserAgent>) {
-    postAuthNotification(unavailable("Linking Evernote accounts is not available in this build."));
+void VXCloudAuthManager::handleEvernoteAuth(std::shared_ptr<VXCloudUserAgent> fromViewController) {
+    authorize(std::move(fromViewController), VXCloudService::evernote);
 }
 
 void VXCloudAuthManager::setAuthorizationTimeLimit(std::chrono::milliseconds limit) {
@@ -235,15 +210,14 @@ bool VXCloudAuthManager::isAuthorizing(VXCloudService cloudService) const {
     return state_->flows.count(cloudService) > 0;
 }
 
-bool VXCloudAuthManager::hasOneDriveAccountLinked() const {
-    const auto accounts = VXCloudUserDefaults::loadAccounts({VXCloudService::oneDrive});
+bool VXCloudAuthManager::hasAccountLinked(VXCloudService cloudService) const {
+    const auto accounts = VXCloudUserDefaults::loadAccounts({cloudService});
     return accounts && !accounts->empty();
 }
 
-bool VXCloudAuthManager::hasEvernoteAccountLinked() const {
-    const auto accounts = VXCloudUserDefaults::loadAccounts({VXCloudService::evernote});
-    return accounts && !accounts->empty();
-}
+bool VXCloudAuthManager::hasOneDriveAccountLinked() const { return hasAccountLinked(VXCloudService::oneDrive); }
+
+bool VXCloudAuthManager::hasEvernoteAccountLinked() const { return hasAccountLinked(VXCloudService::evernote); }
 
 void VXCloudAuthManager::postAuthNotification(const VXCloudAuthResult& authResult) {
     std::weak_ptr<VXCloudAuthManager> weak = weak_from_this();

@@ -6,7 +6,6 @@
 #include <utility>
 
 #include "engine/TaskSupport.h"
-#include "vxcloud/engine/VXCloudSessionFactory.h"
 #include "vxcloud/model/VXCloudFile.h"
 #include "vxcloud/platform/ByteBuffer.h"
 #include "vxcloud/platform/Log.h"
@@ -34,9 +33,7 @@ const std::shared_ptr<VXCloudTaskManager>& VXCloudTaskManager::sharedInstance() 
 }
 
 VXCloudTaskManager::VXCloudTaskManager()
-    : serialQueue_(SerialQueue::create("com.VXCloudTaskManager.SerialQueue")) {
-    installCloudSessionFactory();
-}
+    : serialQueue_(SerialQueue::create("com.VXCloudTaskManager.SerialQueue")) {}
 
 VXCloudTaskManager::~VXCloudTaskManager() = default;
 

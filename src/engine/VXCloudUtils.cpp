@@ -1,8 +1,7 @@
 #include "vxcloud/engine/VXCloudUtils.h"
 
-#include <array>
-
 #include "vxcloud/model/VXCloudConstants.h"
+#include "vxcloud/model/VXCloudServiceRegistry.h"
 #include "vxcloud/platform/ResourceBundle.h"
 
 namespace vxcloud {
@@ -32,11 +31,8 @@ std::string mimeType(const ByteBuffer& data) {
 }
 
 std::string displayName(VXCloudService cloudService) {
-    static constexpr std::array<const char*, 7> kNames = {
-        "Google Drive", "Dropbox", "OneDrive", "OneNote", "Box", "Evernote", "WebDAV",
-    };
-    const auto raw = static_cast<std::size_t>(rawValue(cloudService));
-    return raw < kNames.size() ? VXCloudString::localized(kNames[raw]) : std::string();
+    const std::string_view english = serviceDescriptor(cloudService).displayName;
+    return english.empty() ? std::string() : VXCloudString::localized(english);
 }
 
 std::optional<std::string> image(VXCloudService cloudService) {

@@ -1,19 +1,13 @@
 #include "vxcloud/model/VXCloudAccount.h"
 
-#include <atomic>
 #include <nlohmann/json.hpp>
 
-#include "model/VXCloudSessionFactory.h"
 #include "vxcloud/engine/VXCloudSessionFactory.h"
 #include "vxcloud/model/VXCloudUserDefaults.h"
 #include "vxcloud/platform/ResourceBundle.h"
 
 namespace vxcloud {
 namespace {
-
-// The built-in sessions from the start, so an account can make its session before anything
-// else of the component has run (a settings screen unlinking an account, say).
-std::atomic<SessionFactory> gSessionFactory{&initCloudSession};
 
 const Json* member(const Json& dictionary, const char* key) {
     auto it = dictionary.find(key);
@@ -44,9 +38,6 @@ std::optional<VXCloudService> serviceValue(const Json& dictionary, const char* k
 }
 
 }  // namespace
-
-void setSessionFactory(SessionFactory factory) noexcept { gSessionFactory.store(factory ? factory : &initCloudSession); }
-SessionFactory sessionFactory() noexcept { return gSessionFactory.load(); }
 
 VXCloudAccount::VXCloudAccount(std::string userId, std::string email, VXCloudService cloudService)
     : userId(std::move(userId)), email(std::move(email)), displayName(this->email),
@@ -144,14 +135,10 @@ std::optional<std::string> VXCloudAccount::accountIcon() const {
 
 std::shared_ptr<VXCloudSession> VXCloudAccount::sessionForAccount() {
     if (cloudService == VXCloudService::webDAV) return nullptr;
-    const SessionFactory factory = sessionFactory();
+    // initCloudSession never throws, and makes sessions before anything else of the
+    // component has run (a settings screen unlinking an account, say).
     auto self = weak_from_this().lock();
-    if (!factory || !self) return nullptr;
-    try {
-        return factory(self);
-    } catch (...) {
-        return nullptr;
-    }
+    return self ? initCloudSession(self) : nullptr;
 }
 
 }  // namespace vxcloud

@@ -4,6 +4,8 @@
 #include <mutex>
 #include <utility>
 
+#include "vxcloud/model/VXCloudServiceRegistry.h"
+
 namespace vxcloud {
 namespace {
 
@@ -51,25 +53,13 @@ void set(VXCloudService service, Value value) {
 }  // namespace
 
 VXCloudServiceEndpoints VXCloudServiceConfig::defaultEndpoints(VXCloudService service) {
+    const VXCloudEndpointDefaults& defaults = serviceDescriptor(service).endpoints;
     VXCloudServiceEndpoints e;
-    switch (service) {
-        case VXCloudService::dropbox:
-            e.apiBase = "https://api.dropboxapi.com";
-            e.contentBase = "https://content.dropboxapi.com";
-            e.authorizeUrl = "https://www.dropbox.com/oauth2/authorize";
-            e.tokenUrl = "https://api.dropboxapi.com/oauth2/token";
-            break;
-        case VXCloudService::googleDrive:
-            e.apiBase = "https://www.googleapis.com";
-            e.contentBase = "https://www.googleapis.com/upload";
-            e.authorizeUrl = "https://accounts.google.com/o/oauth2/v2/auth";
-            e.tokenUrl = "https://oauth2.googleapis.com/token";
-            e.extra["revoke"] = "https://oauth2.googleapis.com/revoke";
-            e.extra["userinfo"] = "https://openidconnect.googleapis.com/v1/userinfo";
-            break;
-        default:
-            break;
-    }
+    e.apiBase = defaults.apiBase;
+    e.contentBase = defaults.contentBase;
+    e.authorizeUrl = defaults.authorizeUrl;
+    e.tokenUrl = defaults.tokenUrl;
+    for (const auto& [key, url] : defaults.extra) e.extra.emplace(key, url);
     return e;
 }
 

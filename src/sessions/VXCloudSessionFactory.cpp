@@ -1,5 +1,5 @@
-// Which session class serves which service. Each service's session is added here, in its
-// case, once it exists; until then that service makes no session, and the engine files an
+// The one session factory: the override when one is set, else the maker of the service's
+// registry entry. A service without a maker makes no session, and the engine files an
 // "authentication" record for its accounts.
 #include "vxcloud/engine/VXCloudSessionFactory.h"
 
@@ -7,27 +7,16 @@
 #include <mutex>
 #include <utility>
 
-#include "model/VXCloudSessionFactory.h"
 #include "vxcloud/model/VXCloudAccount.h"
+#include "vxcloud/model/VXCloudServiceRegistry.h"
 #include "vxcloud/platform/Log.h"
-#include "vxcloud/sessions/VXCloudDropboxSession.h"
-#include "vxcloud/sessions/VXCloudGoogleDriveSession.h"
-#include "vxcloud/sessions/VXCloudWebDAVSession.h"
 
 namespace vxcloud {
 namespace {
 
 std::shared_ptr<VXCloudSession> builtInSession(const std::shared_ptr<VXCloudAccount>& account) {
-    switch (account->cloudService) {
-        case VXCloudService::googleDrive: return VXCloudGoogleDriveSession::initWithCloudAccount(account);
-        case VXCloudService::dropbox: return VXCloudDropboxSession::initWithCloudAccount(account);
-        case VXCloudService::oneDrive: return nullptr;
-        case VXCloudService::oneNote: return nullptr;
-        case VXCloudService::box: return nullptr;
-        case VXCloudService::evernote: return nullptr;
-        case VXCloudService::webDAV: return VXCloudWebDAVSession::initWithCloudAccount(account);
-    }
-    return nullptr;
+    const VXCloudSessionMaker make = serviceDescriptor(account->cloudService).makeSession;
+    return make ? make(account) : nullptr;
 }
 
 struct Override {
@@ -61,9 +50,6 @@ std::shared_ptr<VXCloudSession> guardedMake(const Make& make,
     return nullptr;
 }
 
-// Installed when this file is linked in (anything that can make sessions links it).
-[[maybe_unused]] const bool kInstalled = (installCloudSessionFactory(), true);
-
 }  // namespace
 
 std::shared_ptr<VXCloudSession> initCloudSession(const std::shared_ptr<VXCloudAccount>& account) {
@@ -83,8 +69,6 @@ void setCloudSessionFactoryOverride(CloudSessionFactory factory) {
     // The old factory is released outside the lock (`next` now holds it).
 }
 
-void installCloudSessionFactory() noexcept {
-    setSessionFactory(&initCloudSession);
-}
+SessionFactory sessionFactory() noexcept { return &initCloudSession; }
 
 }  // namespace vxcloud

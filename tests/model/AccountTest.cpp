@@ -4,7 +4,6 @@
 #include <set>
 #include <type_traits>
 
-#include "../../src/model/VXCloudSessionFactory.h"
 #include "vxcloud/model/VXCloudAccount.h"
 #include "vxcloud/model/VXCloudWebDAVAccount.h"
 #include "vxcloud/engine/VXCloudSessionFactory.h"
@@ -220,15 +219,14 @@ std::shared_ptr<VXCloudSession> recordingFactory(const std::shared_ptr<VXCloudAc
 }
 
 TEST(CloudAccount, SessionForAccountGoesThroughTheInstalledFactory) {
-    const SessionFactory previous = sessionFactory();
-    setSessionFactory(nullptr);
+    setCloudSessionFactoryOverride(nullptr);
     auto dropbox = std::make_shared<VXCloudAccount>("1", "e", VXCloudService::dropbox);
     // Without an installed factory the built-in sessions answer, so an account makes its
     // session before anything else of the component has run.
     EXPECT_EQ(sessionFactory(), &initCloudSession);
 
     gFactoryCalls.clear();
-    setSessionFactory(&recordingFactory);
+    setCloudSessionFactoryOverride(&recordingFactory);
     dropbox->sessionForAccount();
     dropbox->sessionForAccount();
     ASSERT_EQ(gFactoryCalls.size(), 2u);  // a new session each time, never cached
@@ -241,7 +239,7 @@ TEST(CloudAccount, SessionForAccountGoesThroughTheInstalledFactory) {
     VXCloudAccount unshared("1", "e", VXCloudService::box);
     EXPECT_EQ(unshared.sessionForAccount(), nullptr);
     EXPECT_EQ(gFactoryCalls.size(), 2u);
-    setSessionFactory(previous);
+    setCloudSessionFactoryOverride(nullptr);
     gFactoryCalls.clear();
 }
 

@@ -86,15 +86,16 @@ public:
     std::shared_ptr<VXCloudEvernoteInfo> evernoteInfo() const;
 
     // Starts linking an account of the service, showing the sign-in through the user
-    // agent. A sign-in already running for the service ends as cancelled. Google without
-    // setup() is a programming error and stops the program. Services whose sign-in this
-    // build does not offer end at once with an error result.
+    // agent: the sign-in the service's registry entry names. A sign-in already running for
+    // the service ends as cancelled. Google without setup() is a programming error and
+    // stops the program. Services whose sign-in this build does not offer end at once with
+    // an error result.
     void authorize(std::shared_ptr<VXCloudUserAgent> fromViewController, VXCloudService cloudService);
     // Whether this build has a sign-in for the service (a host can say so before asking
     // for the service's app credentials). WebDAV accounts are never signed in to.
     static bool offersSignIn(VXCloudService cloudService);
 
-    // The per-service flows behind authorize().
+    // authorize() for one service.
     void handleGoogleDriveAuth(std::shared_ptr<VXCloudUserAgent> fromExternalUserAgent);
     void handleDropboxAuth(std::shared_ptr<VXCloudUserAgent> fromViewController);
     void handleOneDriveOneNoteAuth(VXCloudService cloudService);
@@ -115,6 +116,7 @@ public:
 
     // Whether an account of the service is stored. Stored WebDAV accounts count for every
     // service, as the account store returns them for any query.
+    bool hasAccountLinked(VXCloudService cloudService) const;
     bool hasOneDriveAccountLinked() const;
     bool hasEvernoteAccountLinked() const;
 

@@ -1,0 +1,45 @@
+// Services whose registry entry has no session maker yet: their accounts get none, and
+// the engine files the same "authentication" record it files for any account without one.
+#include <gtest/gtest.h>
+
+#include "EngineTestSupport.h"
+#include "vxcloud/model/VXCloudServiceRegistry.h"
+
+namespace vxcloud::enginetest {
+namespace {
+
+using ServiceRegistryEngineTest = EngineTest;
+
+TEST_F(ServiceRegistryEngineTest, AccountsOfServicesWithoutASessionAreFiledAsNeedingAuthentication) {
+    // Scripted sessions where the registry has a maker; the registry's own answer elsewhere.
+    setCloudSessionFactoryOverride([script = script](const std::shared_ptr<VXCloudAccount>& a)
+                                       -> std::shared_ptr<VXCloudSession> {
+        if (!serviceDescriptor(a->cloudService).makeSession) return builtInCloudSession(a);
+        return std::make_shared<ScriptedSession>(a, script);
+    });
+    VXCloudAccountList accounts = {account("a@example.com", VXCloudService::dropbox)};
+    for (VXCloudService service : {VXCloudService::oneDrive, VXCloudService::box, VXCloudService::evernote}) {
+        ASSERT_FALSE(serviceDescriptor(service).makeSession) << accountType(service);
+        accounts.push_back(account(std::string(accountType(service)) + "@example.com", service));
+        EXPECT_EQ(accounts.back()->sessionForAccount(), nullptr);
+    }
+
+    EXPECT_EQ(upload(document(), accounts).size(), accounts.size());
+    ASSERT_TRUE(script->waitForCalls(1));
+    answerUpload(script->call(0));
+    ASSERT_TRUE(notifications->waitFor(1));
+    const Json records = uploadStatusOf(0)["uploadStatusResponse"];
+    ASSERT_EQ(records.size(), accounts.size());
+    for (const auto& record : records) {
+        if (record["accountType"] == "dropbox") {
+            EXPECT_EQ(record["status"], "successful");
+            continue;
+        }
+        EXPECT_EQ(record, (Json{{"accountId", record["accountId"]}, {"accountType", record["accountType"]},
+                                {"needsRenameUpdate", false}, {"error", "authentication"}, {"status", "error"},
+                                {"needsUpdate", true}}));
+    }
+}
+
+}  // namespace
+}  // namespace vxcloud::enginetest
