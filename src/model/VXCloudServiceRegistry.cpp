@@ -98,6 +98,10 @@ constinit const std::array<VXCloudServiceDescriptor, 7> kEntries = {{
         .keyPrefix = "VX_OneDrive_",
         .iconName = "onedrive",
         .displayName = "OneDrive",
+        // Microsoft Graph, and the identity platform's endpoints for work and personal accounts.
+        .endpoints = {"https://graph.microsoft.com/v1.0", "",
+                      "https://login.microsoftonline.com/common/oauth2/v2.0/authorize",
+                      "https://login.microsoftonline.com/common/oauth2/v2.0/token", {}},
         .credentialsSection = "one_drive",
         .environmentName = "ONEDRIVE",
         .credentials = kOneDriveCredentials,

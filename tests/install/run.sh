@@ -6,6 +6,15 @@ set -euo pipefail
 build=$1; source=$2
 work=$(mktemp -d); trap 'rm -rf "$work"' EXIT
 cmake --install "$build" --prefix "$work/prefix" >/dev/null
+# The installed headers are the contract only: no heavy or generated headers, and provider
+# wire structs at most forward-declared.
+headers="$work/prefix/include/vxcloud"
+if grep -rnE '#include +[<"](nlohmann/json\.hpp|curl/|thrift/|httplib|openssl/|sqlite3)' "$headers" ||
+   grep -rn 'gen-cpp\|_types\.h' "$headers" ||
+   grep -rnE '(struct|class) +(Metadata|File|Item|Note|Notebook|Resource)\b[^;]*\{' "$headers"; then
+  echo "installed headers include heavy/generated headers or declare wire structs (above)" >&2
+  exit 1
+fi
 cmake -S "$source/consumer" -B "$work/consumer" -G Ninja -DCMAKE_PREFIX_PATH="$work/prefix" >/dev/null
 cmake --build "$work/consumer" >/dev/null
 cp "$work/consumer/consumer" "$work/prefix/bin/"
