@@ -9,12 +9,12 @@
 #include <optional>
 #include <string>
 
-#include "sessions/SandboxFixture.h"
+#include "sessions/SandboxProviderFixture.h"
 #include "vxcloud/sessions/VXCloudGoogleDriveSession.h"
 
 namespace vxcloud::testing {
 
-class GoogleDriveFixture : public SandboxFixture {
+class GoogleDriveFixture : public SandboxProviderFixture {
 public:
     static constexpr const char* kProvider = "google";
 
