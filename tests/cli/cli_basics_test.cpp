@@ -249,12 +249,15 @@ TEST(CliSandbox, ASandboxServingHttpsIsUsedThroughItsCaFile) {
     const std::string email = sandbox.accounts("dropbox").front()["email"].get<std::string>();
     const RunResult linked = home.run({"link", "dropbox", "--as", email});
     ASSERT_EQ(linked.status, 0) << linked.out << linked.err;
-    writeFile(home.file("tls.pdf"), "%PDF-1.4 over TLS");
+    const std::string pdf = pdfWith("over TLS");
+    writeFile(home.file("tls.pdf"), pdf);
     const RunResult folder = home.run({"folder", email, "/Scans", "--create"});
     ASSERT_EQ(folder.status, 0) << folder.out << folder.err;
+    const RunResult on = home.run({"settings", "1", "--auto-upload", "on"});
+    ASSERT_EQ(on.status, 0) << on.out << on.err;
     const RunResult uploaded = home.run({"upload", home.file("tls.pdf")});
     EXPECT_EQ(uploaded.status, 0) << uploaded.out << uploaded.err;
-    EXPECT_EQ(sandbox.content("dropbox", "/Scans/tls.pdf", email), "%PDF-1.4 over TLS");
+    EXPECT_EQ(sandbox.content("dropbox", "/Scans/tls.pdf", email), pdf);
 }
 
 TEST(CliSandbox, AnUnreachableSandboxIsNamedInTheError) {
