@@ -24,6 +24,7 @@
 #include "vxcloud/platform/Dispatch.h"
 #include "vxcloud/platform/Http.h"
 #include "vxcloud/platform/NotificationCenter.h"
+#include "vxcloud_sandbox/SandboxClient.h"
 
 namespace vxcloud::cli {
 
@@ -42,13 +43,10 @@ class SandboxSignInPage : public VXCloudUserAgent {
 public:
     explicit SandboxSignInPage(std::string account) : account_(std::move(account)) {}
     bool open(const std::string& url) override {
-        HttpRequest request;
-        request.url = url + (url.find('?') == std::string::npos ? "?" : "&") + "sandbox_decision=approve";
-        if (!account_.empty()) request.url += "&sandbox_account=" + HttpClient::urlEncode(account_);
-        request.followRedirects = true;
-        request.connectTimeout = 10s;
-        request.idleTimeout = 60s;
-        const HttpResponse answer = HttpClient::shared()->perform(request);
+        sandbox::SignInDecision decision;
+        decision.account = account_;
+        decision.idleTimeout = 60s;
+        const HttpResponse answer = sandbox::answerSignInPage(url, decision);
         std::lock_guard lock(mutex_);
         answered_ = answer.ok();
         problem_ = answer.transportFailed() ? answer.errorMessage : answer.body.substr(0, 300);

@@ -308,6 +308,9 @@ int runDemo(const CommonOptions& common, bool keepHome) {
 
     sandbox::Sandbox::Options options;
     options.autoApprove = true;
+    // Over HTTPS, as the services are: the component trusts the sandbox's own authority
+    // for its URLs and verifies every connection.
+    options.tls = true;
     sandbox::Sandbox sandbox(options);
     std::string error;
     if (!sandbox.start(0, "127.0.0.1", &error)) throw CliError("the sandbox could not start: " + error);

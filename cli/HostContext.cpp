@@ -1,5 +1,7 @@
 #include "HostContext.h"
 
+#include <tuple>
+
 #include <cstdlib>
 #include <iostream>
 #include <mutex>
@@ -78,11 +80,17 @@ HostContext::HostContext(HostOptions options)
     if (options_.sandbox) {
         sandbox_ = options_.sandbox;
     } else if (!options_.offline) {
-        std::string url = options_.sandboxUrl;
+        std::string url = options_.sandboxUrl, caFile;
         if (url.empty())
             if (const char* env = std::getenv("VXCLOUD_SANDBOX"); env && *env) url = env;
-        if (url.empty()) url = savedSandboxUrl(paths_.sandboxFile());
-        if (!url.empty()) sandbox_ = connectSandbox(url);
+        if (url.empty()) {
+            const SavedSandbox saved = savedSandbox(paths_.sandboxFile());
+            url = saved.url;
+            caFile = saved.caFile;
+        }
+        // A sandbox serving HTTPS (vxcloud-sandbox --tls) names the CA file it made.
+        if (const char* env = std::getenv("VXCLOUD_SANDBOX_CA"); env && *env) caFile = env;
+        if (!url.empty()) sandbox_ = connectSandbox(url, caFile);
     }
     if (sandbox_) {
         applySandbox(*sandbox_, credentials_);

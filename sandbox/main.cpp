@@ -22,7 +22,7 @@ constexpr int kDefaultPort = 53682;
 
 void usage(std::FILE* out) {
     std::fprintf(out,
-                 "usage: vxcloud-sandbox [--port N] [--host ADDRESS] [--allow-remote] [--auto-approve]\n"
+                 "usage: vxcloud-sandbox [--port N] [--host ADDRESS] [--allow-remote] [--auto-approve] [--tls]\n"
                  "                       [--set PROVIDER.KEY=VALUE]... [--seed-file FILE]\n"
                  "\n"
                  "Serves local emulators of the cloud providers' HTTP APIs until SIGINT or SIGTERM.\n"
@@ -30,10 +30,13 @@ void usage(std::FILE* out) {
                  "  --host ADDRESS    address to listen on (default 127.0.0.1; loopback only\n"
                  "                    unless --allow-remote)\n"
                  "  --auto-approve    approve every sign-in at once as the provider's first account\n"
+                 "  --tls             serve HTTPS with a certificate made now for 127.0.0.1 and\n"
+                 "                    localhost; the ready line's ca_file names the PEM to trust\n"
                  "  --set P.K=V       a provider setting, e.g. --set dropbox.list_folder_page_size=2\n"
                  "  --seed-file FILE  JSON: {\"dropbox\": {\"folders\": [\"/Scans\"],\n"
                  "                    \"files\": {\"/Scans/a.txt\": \"text\"}, \"settings\": {...}}}\n"
-                 "When ready, prints one JSON line: base URLs per provider, admin URL, accounts.\n",
+                 "When ready, prints one JSON line: base URLs per provider, admin URL, accounts\n"
+                 "(and ca_file with --tls).\n",
                  kDefaultPort);
 }
 
@@ -128,6 +131,8 @@ int main(int argc, char** argv) {
             options.allowRemote = true;
         } else if (arg == "--auto-approve") {
             options.autoApprove = true;
+        } else if (arg == "--tls") {
+            options.tls = true;
         } else if (arg == "--set" && next(value)) {
             settings.push_back(value);
         } else if (arg == "--seed-file" && next(value)) {

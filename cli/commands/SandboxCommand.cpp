@@ -1,4 +1,5 @@
 // sandbox-connect: remember a running vxcloud-sandbox so later commands use it.
+#include <cstdlib>
 #include <nlohmann/json.hpp>
 
 #include "Accounts.h"
@@ -13,7 +14,7 @@ namespace vxcloud::cli {
 
 namespace {
 
-int connect(const CommonOptions& common, const std::string& url, bool disconnect) {
+int connect(const CommonOptions& common, const std::string& url, const std::string& caFile, bool disconnect) {
     const Paths paths = Paths::standard();
     if (disconnect) {
         const bool was = forgetSandboxUrl(paths.sandboxFile());
@@ -31,8 +32,10 @@ int connect(const CommonOptions& common, const std::string& url, bool disconnect
         return kExitOk;
     }
     if (url.empty()) throw CliError("give the sandbox's URL, or --disconnect", kExitUsage);
-    const SandboxConnection sandbox = connectSandbox(url);
-    saveSandboxUrl(paths.sandboxFile(), sandbox.baseUrl);
+    const char* caFromEnvironment = std::getenv("VXCLOUD_SANDBOX_CA");
+    const SandboxConnection sandbox =
+        connectSandbox(url, caFile.empty() && caFromEnvironment ? caFromEnvironment : caFile);
+    saveSandbox(paths.sandboxFile(), {sandbox.baseUrl, sandbox.caFile()});
     if (common.json) {
         printJson(Json{{"url", sandbox.baseUrl}, {"description", sandbox.description}});
         return kExitOk;
@@ -51,6 +54,7 @@ void addSandboxCommand(CommandLine& line) {
     Action& action = line.action;
     struct Args {
         std::string url;
+        std::string caFile;
         bool disconnect = false;
     };
     auto args = std::make_shared<Args>();
@@ -58,9 +62,13 @@ void addSandboxCommand(CommandLine& line) {
         "sandbox-connect", "Use a running vxcloud-sandbox for every later command (remembered in\n"
                            "$XDG_CONFIG_HOME/vxcloud/sandbox.json); --sandbox URL or $VXCLOUD_SANDBOX do so for one");
     command->add_option("url", args->url, "The sandbox's URL, as its ready line shows (http://127.0.0.1:PORT)");
+    command->add_option("--ca-file", args->caFile,
+                        "For a sandbox serving HTTPS (vxcloud-sandbox --tls): the CA file its ready line names "
+                        "(also $VXCLOUD_SANDBOX_CA)")
+        ->type_name("PEM");
     command->add_flag("--disconnect", args->disconnect, "Forget the sandbox: reach the real services again");
     addJson(command, common);
-    command->callback([&, args] { action = [&, args] { return connect(common, args->url, args->disconnect); }; });
+    command->callback([&, args] { action = [&, args] { return connect(common, args->url, args->caFile, args->disconnect); }; });
 }
 
 }  // namespace vxcloud::cli

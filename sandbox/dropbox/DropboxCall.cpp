@@ -187,26 +187,22 @@ void DropboxModule::dispatch(Style style, const std::string& name, const std::st
                              const std::function<void(Call&)>& handler, Request& request, Response& response) {
     try {
         // Authorization first, as the service does.
-        const auto authorization = request.header("Authorization");
-        if (!authorization) {
-            badRequest(name, "Must provide HTTP header \"Authorization\" or URL parameter \"authorization\".");
+        const Caller who = caller(request);
+        switch (who.status) {
+            case Caller::Status::missing:
+                badRequest(name, "Must provide HTTP header \"Authorization\" or URL parameter \"authorization\".");
+            case Caller::Status::malformed:
+                badRequest(name, "Invalid authorization value in HTTP header \"Authorization\": \"" +
+                                     request.headerOr("Authorization") +
+                                     "\".  Expecting \"Bearer <oauth2-access-token>\".");
+            case Caller::Status::expired: throw Failure{401, envelope(tag("expired_access_token")), {}};
+            case Caller::Status::invalid: throw Failure{401, envelope(tag("invalid_access_token")), {}};
+            case Caller::Status::valid: break;
         }
-        const auto token = request.bearerToken();
-        if (!token) {
-            badRequest(name, "Invalid authorization value in HTTP header \"Authorization\": \"" + *authorization +
-                                 "\".  Expecting \"Bearer <oauth2-access-token>\".");
-        }
-        const auto check = tokens().check(*token);
-        if (check.status != TokenAuthority::Status::valid) {
-            const json error = tag(check.status == TokenAuthority::Status::expired ? "expired_access_token"
-                                                                                  : "invalid_access_token");
-            throw Failure{401, envelope(error), {}};
-        }
-        if (!scope.empty() && !check.scope.empty() && (" " + check.scope + " ").find(" " + scope + " ") == std::string::npos) {
+        if (!scope.empty() && !who.scope.empty() && !who.granted(scope)) {
             throw Failure{401, envelope({{".tag", "missing_scope"}, {"required_scope", scope}}), {}};
         }
-        const auto account = findAccount(check.accountId);
-        if (!account) throw Failure{401, envelope(tag("invalid_access_token")), {}};
+        const AccountInfo* account = &who.account;
 
         // The argument, in the place and encoding the endpoint style prescribes.
         const bool rejectNonAscii = currentSettings().rejectNonAsciiArg;

@@ -4,7 +4,6 @@
 
 #include "dropbox/DropboxModule.h"
 #include "dropbox/DropboxPaths.h"
-#include "framework/Hashes.h"
 #include "framework/Text.h"
 
 namespace vxcloud::sandbox::dropbox {

@@ -2,6 +2,7 @@
 
 #include <atomic>
 
+#include "dropbox/ContentHash.h"
 #include "framework/Hashes.h"
 #include "framework/Text.h"
 
@@ -81,8 +82,19 @@ DropboxModule::DropboxModule(ProviderContext& context)
               body["uid"] = std::to_string(std::hash<std::string>{}(t.accountId) % 100000000);
           };
           hooks.denyDescription = "The user chose not to give your app access to their Dropbox account.";
+          hooks.tokenParamsInQuery = true;
           return hooks;
       }()) {
+    bindSettings(settings_, "Dropbox",
+                 {setting("max_upload_request_bytes", &Settings::maxUploadRequestBytes, 1),
+                  setting("max_file_size", &Settings::maxFileSize, 1),
+                  setting("concurrent_chunk_multiple", &Settings::concurrentChunkMultiple, 1),
+                  setting("upload_session_lifetime", &Settings::uploadSessionLifetime, 1),
+                  setting("list_folder_page_size", &Settings::listFolderPageSize, 1, 2000, AboveMax::clamp),
+                  setting("move_batch_async", &Settings::moveBatchAsync),
+                  setting("move_batch_in_progress_checks", &Settings::moveBatchInProgressChecks, 0, 1000000,
+                          AboveMax::clamp),
+                  setting("reject_non_ascii_arg", &Settings::rejectNonAsciiArg)});
     const std::pair<std::string, std::string> people[] = {{"Ada", "Lovelace"}, {"Grace", "Hopper"}};
     for (const auto& [given, surname] : people) {
         AccountInfo account;
@@ -231,58 +243,6 @@ json DropboxModule::renderNode(Tree& tree, const Node& node) const {
 Settings DropboxModule::currentSettings() const {
     std::lock_guard lock(store_.mutex());
     return settings_;
-}
-
-json DropboxModule::settings() const {
-    const Settings s = currentSettings();
-    return {{"max_upload_request_bytes", s.maxUploadRequestBytes},
-            {"max_file_size", s.maxFileSize},
-            {"concurrent_chunk_multiple", s.concurrentChunkMultiple},
-            {"upload_session_lifetime", s.uploadSessionLifetime},
-            {"list_folder_page_size", s.listFolderPageSize},
-            {"move_batch_async", s.moveBatchAsync},
-            {"move_batch_in_progress_checks", s.moveBatchInProgressChecks},
-            {"reject_non_ascii_arg", s.rejectNonAsciiArg}};
-}
-
-bool DropboxModule::configure(const json& changes, std::string& error) {
-    Settings next = currentSettings();
-    for (const auto& [key, value] : changes.items()) {
-        auto number = [&](std::int64_t& target, std::int64_t min) {
-            if (!value.is_number_integer() || value.get<std::int64_t>() < min) {
-                error = key + " must be a whole number of at least " + std::to_string(min);
-                return false;
-            }
-            target = value.get<std::int64_t>();
-            return true;
-        };
-        auto boolean = [&](bool& target) {
-            if (!value.is_boolean()) {
-                error = key + " must be true or false";
-                return false;
-            }
-            target = value.get<bool>();
-            return true;
-        };
-        std::int64_t n = 0;
-        bool ok = true;
-        if (key == "max_upload_request_bytes") ok = number(next.maxUploadRequestBytes, 1);
-        else if (key == "max_file_size") ok = number(next.maxFileSize, 1);
-        else if (key == "concurrent_chunk_multiple") ok = number(next.concurrentChunkMultiple, 1);
-        else if (key == "upload_session_lifetime") ok = number(next.uploadSessionLifetime, 1);
-        else if (key == "list_folder_page_size") ok = number(n, 1) && (next.listFolderPageSize = static_cast<int>(std::min<std::int64_t>(n, 2000)), true);
-        else if (key == "move_batch_async") ok = boolean(next.moveBatchAsync);
-        else if (key == "move_batch_in_progress_checks") ok = number(n, 0) && (next.moveBatchInProgressChecks = static_cast<int>(std::min<std::int64_t>(n, 1000000)), true);
-        else if (key == "reject_non_ascii_arg") ok = boolean(next.rejectNonAsciiArg);
-        else {
-            error = "unknown Dropbox setting \"" + key + "\"";
-            ok = false;
-        }
-        if (!ok) return false;
-    }
-    std::lock_guard lock(store().mutex());
-    settings_ = next;
-    return true;
 }
 
 }  // namespace vxcloud::sandbox::dropbox

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "dropbox/DropboxCall.h"
+#include "framework/ExpiringSessions.h"
 #include "framework/OAuthEndpoints.h"
 #include "framework/ProviderModule.h"
 
@@ -46,8 +47,6 @@ public:
     void faultResponse(const FaultSpec& fault, const Request& request, Response& response) const override;
     void decorateResponse(const Request& request, Response& response) const override;
     nlohmann::json renderNode(Tree& tree, const Node& node) const override;
-    bool configure(const nlohmann::json& settings, std::string& error) override;
-    nlohmann::json settings() const override;
 
     // Metadata as the routes show it; `tagged` adds ".tag" (lists, get_metadata, move, delete).
     nlohmann::json metadata(Tree& tree, const Node& node, bool tagged) const;
@@ -98,7 +97,6 @@ private:
         std::int64_t closedSize = -1;                   // concurrent: total size once closed
         bool concurrent = false;
         bool closed = false;
-        std::int64_t expiresAt = 0;
     };
     struct MoveJob {
         std::string accountId;
@@ -112,7 +110,7 @@ private:
     // Guarded by store().mutex(), like the trees.
     Settings settings_;
     std::map<std::string, Cursor> cursors_;
-    std::map<std::string, UploadSession> sessions_;
+    ExpiringSessions<UploadSession> sessions_{context_.clock};
     std::map<std::string, MoveJob> jobs_;
 };
 

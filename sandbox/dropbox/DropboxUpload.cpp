@@ -2,7 +2,7 @@
 // modes, conflicts, quota and the per-request size limit.
 #include "dropbox/DropboxModule.h"
 #include "dropbox/DropboxPaths.h"
-#include "framework/Hashes.h"
+#include "dropbox/ContentHash.h"
 #include "framework/Text.h"
 
 namespace vxcloud::sandbox::dropbox {
@@ -112,22 +112,14 @@ std::string DropboxModule::newSession(const std::string& accountId, std::string 
     session.data = std::move(data);
     session.closed = closed;
     session.concurrent = concurrent;
-    session.expiresAt = context().clock.nowSeconds() + settings_.uploadSessionLifetime;
-    const std::string id = "pid_upload_session:" + randomToken(22);
-    sessions_[id] = std::move(session);
-    return id;
+    return sessions_.add(std::move(session), settings_.uploadSessionLifetime, "pid_upload_session:", 22);
 }
 
 void DropboxModule::registerUploadRoutes(Router& router) {
     // Sessions of this account that have not expired; null otherwise.
     auto findSession = [this](const std::string& id, const std::string& accountId) -> UploadSession* {
-        const auto it = sessions_.find(id);
-        if (it == sessions_.end() || it->second.accountId != accountId) return nullptr;
-        if (context().clock.nowSeconds() >= it->second.expiresAt) {
-            sessions_.erase(it);
-            return nullptr;
-        }
-        return &it->second;
+        UploadSession* session = sessions_.find(id);
+        return session && session->accountId == accountId ? session : nullptr;
     };
 
     route(router, Style::upload, "files/upload", "files.content.write", false, [this](Call& call) {

@@ -28,13 +28,4 @@ std::string sha256Hex(std::string_view bytes) { return hexEncode(sha256Raw(bytes
 std::string sha1Hex(std::string_view bytes) { return hexEncode(digest(EVP_sha1(), bytes)); }
 std::string md5Hex(std::string_view bytes) { return hexEncode(digest(EVP_md5(), bytes)); }
 
-std::string dropboxContentHash(std::string_view bytes) {
-    constexpr std::size_t blockSize = 4 * 1024 * 1024;
-    std::string blockDigests;
-    for (std::size_t offset = 0; offset < bytes.size(); offset += blockSize) {
-        blockDigests += sha256Raw(bytes.substr(offset, blockSize));
-    }
-    return sha256Hex(blockDigests);
-}
-
 }  // namespace vxcloud::sandbox

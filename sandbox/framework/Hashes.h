@@ -10,7 +10,5 @@ std::string sha256Raw(std::string_view bytes);
 std::string sha256Hex(std::string_view bytes);
 std::string sha1Hex(std::string_view bytes);
 std::string md5Hex(std::string_view bytes);
-// Dropbox content_hash: SHA-256 over the concatenated SHA-256 digests of 4 MiB blocks.
-std::string dropboxContentHash(std::string_view bytes);
 
 }  // namespace vxcloud::sandbox

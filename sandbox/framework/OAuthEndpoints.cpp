@@ -140,11 +140,16 @@ void OAuthEndpoints::oauthError(Response& response, const OAuthError& error) con
 }
 
 void OAuthEndpoints::token(Request& request, Response& response) {
-    if (request.mediaType() != "application/x-www-form-urlencoded") {
+    std::map<std::string, std::string> form;
+    if (hooks_.tokenParamsInQuery) {
+        for (const auto& [k, v] : request.query) form[k] = v;
+    }
+    const bool queryOnly = !form.empty() && request.body.empty();
+    if (!queryOnly && request.mediaType() != "application/x-www-form-urlencoded") {
         return oauthError(response, {400, "invalid_request",
                                      "the token request must be application/x-www-form-urlencoded"});
     }
-    auto form = parseForm(request.body.view());
+    for (auto& [k, v] : parseForm(request.body.view())) form[k] = std::move(v);
     std::string clientId = form["client_id"];
     if (const auto auth = request.header("Authorization"); auth && auth->rfind("Basic ", 0) == 0) {
         const std::string decoded = base64Decode(auth->substr(6));

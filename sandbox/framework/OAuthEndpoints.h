@@ -11,7 +11,8 @@
 //   GET|POST <authorize>/decision?request=ID&approve=1|0[&account=id-or-email]
 //        -> 302 to redirect_uri with code&state, or error=access_denied&state;
 //           without a redirect_uri, a page showing the code
-//   POST <token> (application/x-www-form-urlencoded)
+//   POST <token> (application/x-www-form-urlencoded; where the provider allows it, the
+//        parameters may come in the query string instead, with an empty body)
 #include <functional>
 #include <map>
 #include <optional>
@@ -38,6 +39,9 @@ struct OAuthHooks {
     // `form` is the request's form, with a Basic-auth secret as "client_secret".
     std::function<std::optional<OAuthError>(const std::map<std::string, std::string>& form)> checkClient;
     std::string denyDescription = "The user denied access";
+    // Whether the token endpoint also takes its parameters in the URL's query string (Dropbox
+    // accepts either; its SDKs send them there with an empty body). Body fields win.
+    bool tokenParamsInQuery = false;
 };
 
 class OAuthEndpoints {

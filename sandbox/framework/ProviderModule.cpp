@@ -19,12 +19,40 @@ void ProviderModule::faultResponse(const FaultSpec& fault, const Request&, Respo
 void ProviderModule::decorateResponse(const Request&, Response&) const {}
 
 bool ProviderModule::configure(const nlohmann::json& settings, std::string& error) {
+    if (boundSettings_) return boundSettings_->configure(settings, error);
     if (settings.is_object() && settings.empty()) return true;
     error = "the " + name_ + " emulator has no settings";
     return false;
 }
 
-nlohmann::json ProviderModule::settings() const { return nlohmann::json::object(); }
+nlohmann::json ProviderModule::settings() const {
+    return boundSettings_ ? boundSettings_->current() : nlohmann::json::object();
+}
+
+bool Caller::granted(const std::string& wanted) const {
+    return (" " + scope + " ").find(" " + wanted + " ") != std::string::npos;
+}
+
+Caller ProviderModule::caller(const Request& request) const {
+    Caller out;
+    if (!request.header("Authorization")) return out;
+    const auto token = request.bearerToken();
+    if (!token) {
+        out.status = Caller::Status::malformed;
+        return out;
+    }
+    out.token = *token;
+    const auto check = tokens_.check(*token);
+    out.scope = check.scope;
+    if (check.status != TokenAuthority::Status::valid) {
+        out.status = check.status == TokenAuthority::Status::expired ? Caller::Status::expired : Caller::Status::invalid;
+        return out;
+    }
+    const auto account = findAccount(check.accountId);
+    out.status = account ? Caller::Status::valid : Caller::Status::invalid;
+    if (account) out.account = *account;
+    return out;
+}
 
 std::vector<AccountInfo> ProviderModule::accounts() const {
     std::lock_guard lock(accountsMutex_);

@@ -5,7 +5,9 @@
 // page and token endpoint mechanics) is the framework's.
 //
 // Adding a provider: a folder sandbox/<provider>/ with a ProviderModule subclass, and one
-// line in sandbox/Modules.cpp.
+// line in sandbox/Modules.cpp. What every module needs beyond its wire format is here: the
+// bearer-token gate (caller()), settings bound to its own struct (bindSettings), and
+// expiring sessions (framework/ExpiringSessions.h).
 #include <atomic>
 #include <functional>
 #include <memory>
@@ -17,6 +19,7 @@
 
 #include "framework/Clock.h"
 #include "framework/Http.h"
+#include "framework/Settings.h"
 #include "framework/Store.h"
 #include "framework/TokenAuthority.h"
 #include "vxcloud_sandbox/Sandbox.h"
@@ -42,6 +45,25 @@ struct AccountInfo {
     std::string seededRefreshToken;
 };
 
+// Who a request's "Authorization: Bearer" token speaks for, and with which scopes.
+struct Caller {
+    enum class Status {
+        missing,    // no Authorization header
+        malformed,  // a header that is not "Bearer <token>"
+        expired,
+        invalid,    // unknown, revoked, or for an account that is gone
+        valid,
+    };
+    Status status = Status::missing;
+    std::string token;
+    AccountInfo account;  // when valid
+    std::string scope;    // the token's scopes, space-separated
+
+    bool valid() const { return status == Status::valid; }
+    // Whether the token carries `wanted` among its scopes.
+    bool granted(const std::string& wanted) const;
+};
+
 class ProviderModule {
 public:
     ProviderModule(std::string name, ProviderContext& context, TokenPolicy tokenPolicy, IdScheme ids);
@@ -61,9 +83,13 @@ public:
     virtual void decorateResponse(const Request& request, Response& response) const;
     // The provider's metadata JSON for a stored node, as its API would show it.
     virtual nlohmann::json renderNode(Tree& tree, const Node& node) const = 0;
-    // Provider-specific settings; configure() changes only the keys given.
+    // Provider-specific settings; configure() changes only the keys given. The settings a
+    // module binds (bindSettings) are served without overriding these.
     virtual bool configure(const nlohmann::json& settings, std::string& error);
     virtual nlohmann::json settings() const;
+
+    // The gate in front of a provider's API routes: checks the request's bearer token.
+    Caller caller(const Request& request) const;
 
     TokenAuthority& tokens() { return tokens_; }
     const TokenAuthority& tokens() const { return tokens_; }
@@ -77,6 +103,12 @@ public:
 protected:
     // Seeds an account with a fresh access and refresh token.
     AccountInfo addAccount(AccountInfo account, const std::string& scope);
+    // Serves `settings` (guarded by the store lock) as the provider's settings under the
+    // keys `fields` name; `title` names the provider in errors ("unknown Dropbox setting").
+    template <class S>
+    void bindSettings(S& settings, std::string title, std::vector<SettingField<S>> fields) {
+        boundSettings_ = std::make_unique<BoundSettingsOf<S>>(settings, store_.mutex(), std::move(title), std::move(fields));
+    }
 
     std::string name_;
     ProviderContext& context_;
@@ -84,6 +116,7 @@ protected:
     Store store_;
 
 private:
+    std::unique_ptr<BoundSettings> boundSettings_;
     mutable std::mutex accountsMutex_;
     std::vector<AccountInfo> accounts_;
 };

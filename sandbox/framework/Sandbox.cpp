@@ -4,6 +4,7 @@
 #include <nlohmann/json.hpp>
 
 #include "framework/Admin.h"
+#include "framework/Certificates.h"
 #include "framework/ProviderModule.h"
 #include "framework/Server.h"
 #include "framework/StateOps.h"
@@ -31,10 +32,11 @@ struct Sandbox::Impl {
     std::string host = "127.0.0.1";
     ProviderContext context{clock, autoApprove, [this] { return base(); }};
     std::vector<std::unique_ptr<ProviderModule>> modules;
+    std::unique_ptr<ServerCertificate> certificate;  // with TLS, made at the first start
 
     std::string base() const {
         const std::string shown = host.find(':') != std::string::npos ? "[" + host + "]" : host;
-        return "http://" + shown + ":" + std::to_string(server.port());
+        return (options.tls ? "https://" : "http://") + shown + ":" + std::to_string(server.port());
     }
 
     ProviderModule* module(const std::string& name) const {
@@ -71,7 +73,16 @@ bool Sandbox::start(int port, const std::string& host, std::string* error) {
     }
     impl_->host = host == "localhost" ? "127.0.0.1" : host;
     std::string message;
-    if (!impl_->server.start(impl_->host, port, message)) {
+    if (impl_->options.tls && !impl_->certificate) {
+        std::vector<std::string> names = {"127.0.0.1", "::1", "localhost"};
+        if (std::find(names.begin(), names.end(), impl_->host) == names.end()) names.push_back(impl_->host);
+        impl_->certificate = ServerCertificate::create(names, message);
+        if (!impl_->certificate) {
+            setError(error, message);
+            return false;
+        }
+    }
+    if (!impl_->server.start(impl_->host, port, message, impl_->certificate.get())) {
         setError(error, message);
         return false;
     }
@@ -84,6 +95,7 @@ int Sandbox::port() const { return impl_->server.port(); }
 std::string Sandbox::host() const { return impl_->host; }
 std::string Sandbox::baseUrl() const { return impl_->base(); }
 std::string Sandbox::adminUrl() const { return impl_->base() + "/admin"; }
+std::string Sandbox::caFile() const { return impl_->certificate ? impl_->certificate->caFile() : std::string(); }
 
 std::vector<std::string> Sandbox::providers() const {
     std::vector<std::string> out;
@@ -131,11 +143,13 @@ Json Sandbox::describe() const {
                                {"access_token", a.accessToken},
                                {"refresh_token", a.refreshToken}});
     }
-    return {{"sandbox", "vxcloud-sandbox"},
-            {"base", baseUrl()},
-            {"admin", adminUrl()},
-            {"providers", providers},
-            {"accounts", accountList}};
+    Json out = {{"sandbox", "vxcloud-sandbox"},
+                {"base", baseUrl()},
+                {"admin", adminUrl()},
+                {"providers", providers},
+                {"accounts", accountList}};
+    if (!caFile().empty()) out["ca_file"] = caFile();
+    return out;
 }
 
 std::string Sandbox::readyLine() const { return describe().dump(); }

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <chrono>
 
+#include "framework/Certificates.h"
 #include "framework/Connection.h"
 #include "framework/ProviderModule.h"
 #include "framework/Text.h"
@@ -285,12 +286,22 @@ std::vector<std::string> Server::routeKeys(const std::string& provider) const {
     return out;
 }
 
-bool Server::start(const std::string& host, int port, std::string& error) {
+bool Server::start(const std::string& host, int port, std::string& error, const ServerCertificate* certificate) {
     if (impl_->http) {
         error = "the sandbox is already running";
         return false;
     }
-    auto http = std::make_unique<httplib::Server>();
+    std::unique_ptr<httplib::Server> http;
+    if (certificate) {
+        auto secure = std::make_unique<httplib::SSLServer>(certificate->certificate(), certificate->key());
+        if (!secure->is_valid()) {
+            error = "cannot set up TLS with the sandbox's certificate";
+            return false;
+        }
+        http = std::move(secure);
+    } else {
+        http = std::make_unique<httplib::Server>();
+    }
     // Idle keep-alive connections hold a worker each; leave room for many clients.
     http->new_task_queue = [] { return new httplib::ThreadPool(48); };
     http->set_keep_alive_max_count(1000);

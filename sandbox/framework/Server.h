@@ -18,6 +18,7 @@
 namespace vxcloud::sandbox {
 
 class ProviderModule;
+class ServerCertificate;
 
 class Server {
 public:
@@ -33,7 +34,8 @@ public:
     std::unique_ptr<Router> routerFor(ProviderModule* module);
     std::vector<std::string> routeKeys(const std::string& provider) const;
 
-    bool start(const std::string& host, int port, std::string& error);
+    // Serves HTTPS with `certificate` when one is given, plain HTTP otherwise.
+    bool start(const std::string& host, int port, std::string& error, const ServerCertificate* certificate = nullptr);
     void stop();
     bool running() const;
     int port() const { return port_; }

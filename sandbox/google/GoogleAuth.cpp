@@ -163,15 +163,13 @@ void GoogleModule::registerAuthRoutes(Router& router) {
     });
 
     auto userinfo = [this](Request& request, Response& response) {
-        const auto token = request.bearerToken();
-        const auto check = token ? tokens().check(*token) : TokenAuthority::Check{};
-        const auto account = check.status == TokenAuthority::Status::valid ? findAccount(check.accountId) : std::nullopt;
-        if (!account) {
+        const Caller who = caller(request);
+        if (!who.valid()) {
             response.setHeader("WWW-Authenticate", "Bearer realm=\"https://accounts.google.com/\", error=\"invalid_token\"");
             return oauthJsonError(response, 401, "invalid_request", "Invalid Credentials");
         }
-        json claims = {{"sub", account->id}};
-        addIdentity(claims, *account, grantedScopes(check.scope));
+        json claims = {{"sub", who.account.id}};
+        addIdentity(claims, who.account, grantedScopes(who.scope));
         response.json(200, claims);
     };
     router.exact("GET", "/google/v1/userinfo", "google/oauth2/userinfo", userinfo);

@@ -180,6 +180,10 @@ std::function<bool(const Node*, const Node*)> ordering(const std::string& orderB
 
 }  // namespace
 
+bool DriveCall::sees(Tree& tree, const Node& node) const {
+    return seesEverything || &node == &tree.root() || node.attributes.value("appCreated", false);
+}
+
 json metadataObject(std::string_view text) {
     if (text.find_first_not_of(" \t\r\n") == std::string_view::npos) return json::object();
     json body = json::parse(text, nullptr, false);
@@ -204,9 +208,7 @@ void GoogleModule::answerItem(Tree& tree, const Node& node, const Request& reque
 
 Node& GoogleModule::findItem(Tree& tree, const std::string& id, const DriveCall& call) {
     Node* node = id == "root" ? &tree.root() : tree.find(id);
-    const bool visible = node && (call.seesEverything || node == &tree.root() ||
-                                  node->attributes.value("appCreated", false));
-    if (!visible) fail(404, "notFound", "File not found: " + id + ".", "fileId");
+    if (!node || !call.sees(tree, *node)) fail(404, "notFound", "File not found: " + id + ".", "fileId");
     return *node;
 }
 
@@ -341,8 +343,7 @@ void GoogleModule::registerFileRoutes(Router& router) {
                        std::vector<Node*> found;
                        if (driveSpace) {
                            for (Node* node : tree.descendants(tree.root())) {
-                               const bool visible = call.seesEverything || node->attributes.value("appCreated", false);
-                               if (visible && query->matches(NodeItem(tree, *node))) found.push_back(node);
+                               if (call.sees(tree, *node) && query->matches(NodeItem(tree, *node))) found.push_back(node);
                            }
                        }
                        std::stable_sort(found.begin(), found.end(), order);

@@ -138,6 +138,11 @@ json errorBody(const DriveError& error) {
 
 GoogleModule::GoogleModule(ProviderContext& context)
     : ProviderModule("google", context, tokenPolicy(), idScheme()), oauth_(*this, googleOAuthHooks(*this)) {
+    bindSettings(settings_, "Google",
+                 {setting("list_page_size", &Settings::listPageSizeCap, 1, 1000),
+                  setting("enforce_drive_file_scope", &Settings::enforceDriveFileScope),
+                  setting("resumable_keep_max_bytes", &Settings::resumableKeepMaxBytes, 0),
+                  setting("resumable_session_lifetime", &Settings::resumableSessionLifetime, 1)});
     const std::pair<std::string, std::string> people[] = {{"Ada", "Lovelace"}, {"Grace", "Hopper"}};
     for (const auto& [given, surname] : people) {
         AccountInfo account;
@@ -256,79 +261,28 @@ Settings GoogleModule::currentSettings() const {
     return settings_;
 }
 
-json GoogleModule::settings() const {
-    const Settings s = currentSettings();
-    return {{"list_page_size", s.listPageSizeCap},
-            {"enforce_drive_file_scope", s.enforceDriveFileScope},
-            {"resumable_keep_max_bytes", s.resumableKeepMaxBytes},
-            {"resumable_session_lifetime", s.resumableSessionLifetime}};
-}
-
-bool GoogleModule::configure(const json& changes, std::string& error) {
-    Settings next = currentSettings();
-    for (const auto& [key, value] : changes.items()) {
-        auto number = [&](std::int64_t min, std::int64_t max) -> std::optional<std::int64_t> {
-            if (!value.is_number_integer() || value.get<std::int64_t>() < min || value.get<std::int64_t>() > max) {
-                error = key + " must be a whole number from " + std::to_string(min) + " to " + std::to_string(max);
-                return std::nullopt;
-            }
-            return value.get<std::int64_t>();
-        };
-        if (key == "list_page_size") {
-            const auto n = number(1, 1000);
-            if (!n) return false;
-            next.listPageSizeCap = static_cast<int>(*n);
-        } else if (key == "enforce_drive_file_scope") {
-            if (!value.is_boolean()) {
-                error = key + " must be true or false";
-                return false;
-            }
-            next.enforceDriveFileScope = value.get<bool>();
-        } else if (key == "resumable_keep_max_bytes") {
-            const auto n = number(0, INT64_MAX / 2);
-            if (!n) return false;
-            next.resumableKeepMaxBytes = *n;
-        } else if (key == "resumable_session_lifetime") {
-            const auto n = number(1, INT64_MAX / 4);
-            if (!n) return false;
-            next.resumableSessionLifetime = *n;
-        } else {
-            error = "unknown Google setting \"" + key + "\"";
-            return false;
-        }
-    }
-    std::lock_guard lock(store().mutex());
-    settings_ = next;
-    return true;
-}
-
 void GoogleModule::driveRoute(Router& router, const std::string& method, const std::string& pattern,
                               const std::string& key, Access access, std::function<void(DriveCall&)> handler) {
     router.add(method, pattern, key, [this, access, handler = std::move(handler)](Request& request, Response& response) {
         try {
-            const auto token = request.bearerToken();
-            if (!token) {
+            const Caller who = caller(request);
+            if (who.status == Caller::Status::missing || who.status == Caller::Status::malformed) {
                 response.setHeader("WWW-Authenticate", "Bearer realm=\"https://accounts.google.com/\"");
                 fail(401, "required", "Login Required.", "Authorization", "header");
             }
-            const auto check = tokens().check(*token);
-            const auto account = check.status == TokenAuthority::Status::valid ? findAccount(check.accountId)
-                                                                               : std::nullopt;
-            if (!account) {
+            if (!who.valid()) {
                 response.setHeader("WWW-Authenticate", "Bearer realm=\"https://accounts.google.com/\", error=invalid_token");
                 fail(401, "authError", "Invalid Credentials", "Authorization", "header");
             }
-            const std::string scopes = " " + check.scope + " ";
-            auto has = [&](const std::string& scope) { return scopes.find(" " + scope + " ") != std::string::npos; };
-            const bool full = has(kDriveScope);
-            const bool perFile = has(kDriveFileScope) || has(std::string(kDriveScope) + ".appdata");
-            const bool reading = has(std::string(kDriveScope) + ".readonly") ||
-                                 has(std::string(kDriveScope) + ".metadata.readonly");
+            const bool full = who.granted(kDriveScope);
+            const bool perFile = who.granted(kDriveFileScope) || who.granted(std::string(kDriveScope) + ".appdata");
+            const bool reading = who.granted(std::string(kDriveScope) + ".readonly") ||
+                                 who.granted(std::string(kDriveScope) + ".metadata.readonly");
             if (!full && !perFile && !(access == Access::read && reading)) {
                 fail(403, "insufficientPermissions",
                      "Request had insufficient authentication scopes.");
             }
-            DriveCall call{request, response, *account, true};
+            DriveCall call{request, response, who.account, true};
             call.seesEverything = full || !perFile || !currentSettings().enforceDriveFileScope;
             handler(call);
         } catch (const DriveError& error) {

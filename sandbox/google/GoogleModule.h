@@ -16,6 +16,7 @@
 #include <optional>
 #include <string>
 
+#include "framework/ExpiringSessions.h"
 #include "framework/OAuthEndpoints.h"
 #include "framework/ProviderModule.h"
 #include "google/DriveFields.h"
@@ -32,7 +33,7 @@ inline constexpr std::int64_t kResumableChunkUnit = 256 * 1024;
 
 struct Settings {
     int listPageSizeCap = 1000;            // the most files per page, whatever pageSize asks
-    bool enforceDriveFileScope = false;    // drive.file tokens see only items made through the API
+    bool enforceDriveFileScope = true;     // drive.file tokens see only items made through the API
     std::int64_t resumableKeepMaxBytes = 0;  // > 0: a chunk keeps at most this (256 KiB units)
     std::int64_t resumableSessionLifetime = 7LL * 24 * 3600;
     std::int64_t defaultQuota = 15LL * 1024 * 1024 * 1024;
@@ -67,6 +68,9 @@ struct DriveCall {
     Response& response;
     AccountInfo account;
     bool seesEverything = true;  // false for drive.file tokens when that scope is enforced
+    // Whether the call may see `node`: a drive.file token sees the top folder and what the
+    // app made (or the person picked for it), nothing else.
+    bool sees(Tree& tree, const Node& node) const;
 };
 
 class GoogleModule : public ProviderModule {
@@ -77,8 +81,6 @@ public:
     std::map<std::string, std::string> endpoints(const std::string& baseUrl) const override;
     void faultResponse(const FaultSpec& fault, const Request& request, Response& response) const override;
     json renderNode(Tree& tree, const Node& node) const override;
-    bool configure(const json& settings, std::string& error) override;
-    json settings() const override;
 
     // The File resource of a node with the fields `mask` wants (digests are computed only
     // when asked for); the caller applies the mask.
@@ -138,7 +140,6 @@ private:
         std::int64_t declaredLength = -1;
         std::string data;
         std::string resultId;         // set once the file is stored
-        std::int64_t expiresAt = 0;
     };
     // Answers an initiating request with the session URI.
     void startSession(UploadSession session, DriveCall& call);
@@ -148,7 +149,7 @@ private:
     // Guarded by store().mutex(), like the trees.
     Settings settings_;
     std::map<std::string, ListCursor> cursors_;
-    std::map<std::string, UploadSession> uploads_;
+    ExpiringSessions<UploadSession> uploads_{context_.clock};
 };
 
 }  // namespace vxcloud::sandbox::google

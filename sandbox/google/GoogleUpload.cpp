@@ -209,14 +209,10 @@ void GoogleModule::registerUploadRoutes(Router& router) {
                    try {
                        const std::string id = request.queryParam("upload_id").value_or("");
                        std::lock_guard lock(store().mutex());
-                       const auto it = uploads_.find(id);
-                       const bool live = it != uploads_.end() && context().clock.nowSeconds() < it->second.expiresAt;
-                       if (!live) {
-                           if (it != uploads_.end()) uploads_.erase(it);
-                           fail(404, "notFound", "The upload session does not exist or has expired.", "upload_id");
-                       }
+                       UploadSession* session = uploads_.find(id);
+                       if (!session) fail(404, "notFound", "The upload session does not exist or has expired.", "upload_id");
                        response.setHeader("X-GUploader-UploadID", id);
-                       resumableChunk(it->second, id, request, response);
+                       resumableChunk(*session, id, request, response);
                    } catch (const DriveError& error) {
                        response.json(error.status, errorBody(error));
                    }
@@ -245,11 +241,9 @@ void GoogleModule::startSession(UploadSession session, DriveCall& call) {
         session.declaredLength = number(*length);
         if (session.declaredLength < 0) fail(400, "badRequest", "Invalid X-Upload-Content-Length.", "X-Upload-Content-Length", "header");
     }
-    session.expiresAt = context().clock.nowSeconds() + settings_.resumableSessionLifetime;
-    const std::string id = "ABd" + randomToken(60);
+    const std::string id = uploads_.add(std::move(session), settings_.resumableSessionLifetime, "ABd", 60);
     std::map<std::string, std::string> params = {{"uploadType", "resumable"}, {"upload_id", id}};
     if (const auto fields = request.queryParam("fields")) params["fields"] = *fields;
-    uploads_[id] = std::move(session);
     call.response.empty(200);
     call.response.setHeader("Location", appendQuery(context().baseUrl() + request.path, params));
     call.response.setHeader("X-GUploader-UploadID", id);

@@ -47,6 +47,7 @@ struct Attempt {
     HttpResponse& response;
 
     bool sendsBody = false;
+    std::string caFile;  // libcurl keeps the pointer until the handle is reset
     std::size_t uploadOffset = 0;
     curl_off_t lastReportedUpload = -1;
 
@@ -299,6 +300,8 @@ std::string configure(CURL* easy, Attempt& attempt, char* errorBuffer, Slist& he
     curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(easy, CURLOPT_SSL_VERIFYPEER, 1L);
     curl_easy_setopt(easy, CURLOPT_SSL_VERIFYHOST, 2L);
+    if (attempt.caFile = HttpClient::authoritiesFor(request); !attempt.caFile.empty())
+        curl_easy_setopt(easy, CURLOPT_CAINFO, attempt.caFile.c_str());
     curl_easy_setopt(easy, CURLOPT_TCP_KEEPALIVE, 1L);
     // Loopback (the sandbox, sign-in redirects) never goes through a proxy, whatever
     // the environment says; other hosts follow the usual proxy variables.

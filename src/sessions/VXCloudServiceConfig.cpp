@@ -2,9 +2,11 @@
 
 #include <array>
 #include <mutex>
+#include <vector>
 #include <utility>
 
 #include "vxcloud/model/VXCloudServiceRegistry.h"
+#include "vxcloud/platform/Http.h"
 
 namespace vxcloud {
 namespace {
@@ -33,6 +35,22 @@ struct Registry {
 Registry& registry() {
     static Registry instance;
     return instance;
+}
+
+// The transport trusts each service's CA file for the origins of that service's URLs.
+// Called with the registry's lock held, after any change of endpoints.
+void publishAuthorities(Registry& r) {
+    std::map<std::string, std::string> byOrigin;
+    for (const Entry& entry : r.entries) {
+        const VXCloudServiceEndpoints& e = entry.endpoints;
+        if (e.caFile.empty()) continue;
+        std::vector<std::string> urls = {e.apiBase, e.contentBase, e.authorizeUrl, e.tokenUrl};
+        for (const auto& [role, url] : e.extra) urls.push_back(url);
+        for (const auto& url : urls) {
+            if (auto origin = HttpClient::originOf(url); !origin.empty()) byOrigin.emplace(std::move(origin), e.caFile);
+        }
+    }
+    HttpClient::setAuthoritiesByOrigin(std::move(byOrigin));
 }
 
 // One field of a service's entry, read or replaced under the registry's lock.
@@ -68,7 +86,11 @@ VXCloudServiceEndpoints VXCloudServiceConfig::endpoints(VXCloudService service) 
 }
 
 void VXCloudServiceConfig::setEndpoints(VXCloudService service, VXCloudServiceEndpoints endpoints) {
-    set<&Entry::endpoints>(service, std::move(endpoints));
+    Registry& r = registry();
+    std::lock_guard lock(r.mutex);
+    const bool trustChanges = !endpoints.caFile.empty() || !r.at(service).endpoints.caFile.empty();
+    r.at(service).endpoints = std::move(endpoints);
+    if (trustChanges) publishAuthorities(r);
 }
 
 VXCloudAppCredentials VXCloudServiceConfig::credentials(VXCloudService service) {
@@ -90,7 +112,9 @@ void VXCloudServiceConfig::setUploadLimits(VXCloudService service, VXCloudUpload
 void VXCloudServiceConfig::reset(VXCloudService service) {
     Registry& r = registry();
     std::lock_guard lock(r.mutex);
+    const bool trusted = !r.at(service).endpoints.caFile.empty();
     r.at(service) = Entry{defaultEndpoints(service), {}, {}};
+    if (trusted) publishAuthorities(r);
 }
 
 void VXCloudServiceConfig::resetAll() {

@@ -38,14 +38,11 @@ HttpResponse SandboxBrowser::get(const std::string& url) {
 
 HttpResponse SandboxBrowser::decide(const std::string& authorizeUrl, bool approve, const std::string& account,
                                     bool follow) {
-    std::string url = authorizeUrl + "&sandbox_decision=" + (approve ? "approve" : "deny");
-    if (!account.empty()) url += "&sandbox_account=" + HttpClient::urlEncode(account);
-    HttpRequest request;
-    request.url = url;
-    request.followRedirects = follow;
-    request.connectTimeout = 10s;
-    request.idleTimeout = 20s;
-    return HttpClient::shared()->perform(request);
+    sandbox::SignInDecision decision;
+    decision.approve = approve;
+    decision.account = account;
+    decision.follow = follow;
+    return sandbox::answerSignInPage(authorizeUrl, decision);
 }
 
 bool SandboxBrowser::open(const std::string& url) {
@@ -83,12 +80,10 @@ HttpResponse SandboxBrowser::lastAnswer() const {
 // AuthTest
 
 void AuthTest::SetUp() {
-    stores_ = std::make_unique<IsolatedStores>();
-    ASSERT_FALSE(stores_->folder().empty());
-
-    sandbox_ = std::make_shared<sandbox::Sandbox>();
-    std::string error;
-    ASSERT_TRUE(sandbox_->start(0, "127.0.0.1", &error)) << error;
+    SandboxTest::SetUp();
+    if (HasFatalFailure()) return;
+    stores_ = &fx_.stores();
+    sandbox_ = &fx_.sandbox();
     configureEndpoints();
 
     observer_ = NotificationCenter::defaultCenter().addObserver(
@@ -117,13 +112,14 @@ void AuthTest::TearDown() {
     NotificationCenter::defaultCenter().removeObserver(observer_);
     VXCloudServiceConfig::resetAll();
     manager().setAuthorizationTimeLimit(VXCloudAuthManager::kDefaultAuthorizationTimeLimit);
-    if (sandbox_) retireInBackground(std::move(sandbox_));
-    stores_.reset();
+    fx_.tearDown();
+    sandbox_ = nullptr;
+    stores_ = nullptr;
 }
 
 void AuthTest::configureEndpoints() {
-    pointAtSandbox(*sandbox_, "dropbox", VXCloudService::dropbox);
-    pointAtSandbox(*sandbox_, "google", VXCloudService::googleDrive);
+    fx_.pointAt(VXCloudService::dropbox);
+    fx_.pointAt(VXCloudService::googleDrive);
 }
 
 void AuthTest::setUpManager(const std::string& googleRedirect) {

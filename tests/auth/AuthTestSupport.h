@@ -1,5 +1,5 @@
 #pragma once
-// Sign-in tests run against an embedded sandbox: isolated stores, the services' endpoints
+// Sign-in tests run on the sandbox fixture: isolated stores, the services' endpoints
 // pointed at the sandbox, a user agent that plays the person at the sandbox's authorize
 // page, and a recorder of the auth notifications the manager posts on the main queue.
 #include <gtest/gtest.h>
@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "support/IsolatedStores.h"
+#include "support/SandboxFixture.h"
 #include "support/SandboxSupport.h"
 #include "support/Waiting.h"
 #include "vxcloud/auth/VXCloudAuthManager.h"
@@ -76,7 +76,7 @@ private:
     HttpResponse lastAnswer_;
 };
 
-class AuthTest : public ::testing::Test {
+class AuthTest : public SandboxTest<> {
 protected:
     void SetUp() override;
     void TearDown() override;
@@ -106,8 +106,8 @@ protected:
 
     std::int64_t requests(const std::string& route) const;
 
-    std::unique_ptr<IsolatedStores> stores_;
-    std::shared_ptr<sandbox::Sandbox> sandbox_;
+    const IsolatedStores* stores_ = nullptr;
+    sandbox::Sandbox* sandbox_ = nullptr;
 
 private:
     mutable std::mutex mutex_;

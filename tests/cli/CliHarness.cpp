@@ -101,7 +101,7 @@ std::string pdfWith(const std::string& marker) {
 
 // ------------------------------------------------------------------ sandbox
 
-SandboxProcess::SandboxProcess() {
+SandboxProcess::SandboxProcess(const std::vector<std::string>& arguments) {
     int out[2];
     if (::pipe2(out, O_CLOEXEC) != 0) {
         error_ = "pipe failed";
@@ -112,7 +112,9 @@ SandboxProcess::SandboxProcess() {
         ::dup2(out[1], STDOUT_FILENO);
         std::vector<std::string> env;
         for (char** e = environ; *e; ++e) env.emplace_back(*e);
-        execOrDie(binaryDir() + "/vxcloud-sandbox", {"--port", "0"}, env);
+        std::vector<std::string> args = {"--port", "0"};
+        args.insert(args.end(), arguments.begin(), arguments.end());
+        execOrDie(binaryDir() + "/vxcloud-sandbox", args, env);
     }
     ::close(out[1]);
     // The ready line: one JSON object with the base URL, providers and accounts.
@@ -153,6 +155,7 @@ json SandboxProcess::admin(const std::string& method, const std::string& path, c
     HttpRequest request;
     request.method = method;
     request.url = base_ + "/admin" + path;
+    request.caFile = caFile();
     if (!body.is_null()) {
         request.headers.set("Content-Type", "application/json");
         request.body = ByteBuffer::copyOf(body.dump());
@@ -173,6 +176,7 @@ std::optional<std::string> SandboxProcess::content(const std::string& provider, 
     HttpRequest request;
     request.url = base_ + "/admin/" + provider + "/content?path=" + HttpClient::urlEncode(path) +
                   (account.empty() ? "" : "&account=" + HttpClient::urlEncode(account));
+    request.caFile = caFile();
     const HttpResponse response = HttpClient::shared()->perform(request);
     if (response.status != 200) return std::nullopt;
     return response.body;

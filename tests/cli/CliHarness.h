@@ -42,10 +42,10 @@ struct RunResult {
     std::string err;
 };
 
-// A running vxcloud-sandbox on a free loopback port.
+// A running vxcloud-sandbox on a free loopback port, started with `arguments` besides.
 class SandboxProcess {
 public:
-    SandboxProcess();
+    explicit SandboxProcess(const std::vector<std::string>& arguments = {});
     ~SandboxProcess();
     SandboxProcess(const SandboxProcess&) = delete;
     SandboxProcess& operator=(const SandboxProcess&) = delete;
@@ -54,6 +54,8 @@ public:
     const std::string& error() const { return error_; }
     const std::string& baseUrl() const { return base_; }
     const json& description() const { return description_; }
+    // With --tls: the CA file its ready line names.
+    std::string caFile() const { return description_.value("ca_file", ""); }
     // The provider's seeded accounts.
     std::vector<json> accounts(const std::string& provider) const;
 

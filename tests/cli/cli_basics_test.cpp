@@ -230,6 +230,36 @@ TEST(CliSandbox, ConnectingAndDisconnectingSaysWhatStaysLinked) {
     EXPECT_FALSE(contains(again.out, "Still linked")) << again.out;
 }
 
+// vxcloud-sandbox --tls serves HTTPS with an authority of its own: the CLI reaches it only
+// when it trusts that authority, and then signs in and uploads over verified connections.
+TEST(CliSandbox, ASandboxServingHttpsIsUsedThroughItsCaFile) {
+    SandboxProcess sandbox({"--tls"});
+    ASSERT_TRUE(sandbox.ok()) << sandbox.error();
+    EXPECT_EQ(sandbox.baseUrl().rfind("https://127.0.0.1:", 0), 0u) << sandbox.baseUrl();
+    ASSERT_FALSE(sandbox.caFile().empty()) << sandbox.description().dump();
+    EXPECT_NE(readFile(sandbox.caFile()).find("BEGIN CERTIFICATE"), std::string::npos);
+
+    CliHome home;
+    const RunResult untrusted = home.run({"sandbox-connect", sandbox.baseUrl()});
+    EXPECT_EQ(untrusted.status, 1);
+    EXPECT_TRUE(contains(untrusted.err, "cannot reach the sandbox at " + sandbox.baseUrl())) << untrusted.err;
+
+    const RunResult connected = home.run({"sandbox-connect", sandbox.baseUrl(), "--ca-file", sandbox.caFile()});
+    ASSERT_EQ(connected.status, 0) << connected.out << connected.err;
+    const std::string email = sandbox.accounts("dropbox").front()["email"].get<std::string>();
+    const RunResult linked = home.run({"link", "dropbox", "--as", email});
+    ASSERT_EQ(linked.status, 0) << linked.out << linked.err;
+    const std::string pdf = pdfWith("over TLS");
+    writeFile(home.file("tls.pdf"), pdf);
+    const RunResult folder = home.run({"folder", email, "/Scans", "--create"});
+    ASSERT_EQ(folder.status, 0) << folder.out << folder.err;
+    const RunResult on = home.run({"settings", "1", "--auto-upload", "on"});
+    ASSERT_EQ(on.status, 0) << on.out << on.err;
+    const RunResult uploaded = home.run({"upload", home.file("tls.pdf")});
+    EXPECT_EQ(uploaded.status, 0) << uploaded.out << uploaded.err;
+    EXPECT_EQ(sandbox.content("dropbox", "/Scans/tls.pdf", email), pdf);
+}
+
 TEST(CliSandbox, AnUnreachableSandboxIsNamedInTheError) {
     CliHome home;
     const RunResult r = home.run({"link", "dropbox", "--sandbox", "http://127.0.0.1:9"});

@@ -1,11 +1,11 @@
 // Dropbox auth and request validation: expired and invalid tokens, refresh, the PKCE code
 // flow through the authorize page, and the 400s for malformed requests.
-#include "SandboxFixture.h"
+#include "sandbox/WireTest.h"
 
 namespace vxcloud::sandbox::test {
 namespace {
 
-class DropboxAuth : public SandboxTest {
+class DropboxAuth : public WireTest {
 protected:
     httplib::Result token(const std::string& form) {
         return client->Post("/dropbox/api/oauth2/token", form, "application/x-www-form-urlencoded");
@@ -103,6 +103,29 @@ TEST_F(DropboxAuth, PkceCodeFlowApprovedAndDenied) {
     const auto automatic = client->Get((authorize + "&sandbox_auto_approve=1").c_str());
     ASSERT_EQ(automatic->status, 302);
     EXPECT_FALSE(param(redirectParams(automatic), "code").empty());
+}
+
+// Dropbox takes the token request's parameters in the query string as well as in a form
+// body; its own SDKs send them in the URL with an empty body.
+TEST_F(DropboxAuth, TokenParametersMayComeInTheQueryString) {
+    const std::string query = "/dropbox/api/oauth2/token?grant_type=refresh_token&client_id=app&refresh_token=" +
+                              httplib::detail::encode_query_param(account.refreshToken);
+    const auto bare = client->Post(query.c_str(), "", "");
+    ASSERT_TRUE(bare);
+    ASSERT_EQ(bare->status, 200) << bare->body;
+    EXPECT_EQ(rpc("users/get_current_account", nullptr, parse(bare)["access_token"])->status, 200);
+    const auto labelled = client->Post(query.c_str(), "", "application/x-www-form-urlencoded");
+    ASSERT_TRUE(labelled);
+    EXPECT_EQ(labelled->status, 200) << labelled->body;
+
+    // Body fields win over the query's, and a bad grant is still refused.
+    const auto overridden = client->Post(query.c_str(), "refresh_token=unknown", "application/x-www-form-urlencoded");
+    ASSERT_TRUE(overridden);
+    EXPECT_EQ(overridden->status, 400);
+    EXPECT_EQ(parse(overridden)["error"], "invalid_grant");
+    const auto nothing = client->Post("/dropbox/api/oauth2/token", "", "");
+    ASSERT_TRUE(nothing);
+    EXPECT_EQ(nothing->status, 400) << "no parameters anywhere";
 }
 
 TEST_F(DropboxAuth, MalformedRequestsAreRefusedWithPlainText400) {

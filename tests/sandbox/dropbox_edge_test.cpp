@@ -1,11 +1,11 @@
 // Dropbox corners a client meets in real life: resuming a session after a cut, concurrent
 // sessions, ids as paths, accented names, conflicted copies, code expiry.
-#include "SandboxFixture.h"
+#include "sandbox/WireTest.h"
 
 namespace vxcloud::sandbox::test {
 namespace {
 
-class DropboxEdges : public SandboxTest {
+class DropboxEdges : public WireTest {
 protected:
     httplib::Result append(const std::string& session, std::int64_t offset, const std::string& bytes, bool close = false) {
         return upload("files/upload_session/append_v2",

@@ -1,12 +1,12 @@
 // Dropbox listing, folders, moves (single and batch), deletes and metadata lookups.
 #include <set>
 
-#include "SandboxFixture.h"
+#include "sandbox/WireTest.h"
 
 namespace vxcloud::sandbox::test {
 namespace {
 
-class DropboxFiles : public SandboxTest {};
+class DropboxFiles : public WireTest {};
 
 TEST_F(DropboxFiles, ListFolderPagesWithCursors) {
     ASSERT_TRUE(sandbox.configure("dropbox", {{"list_folder_page_size", 3}}));

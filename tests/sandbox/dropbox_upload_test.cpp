@@ -1,10 +1,10 @@
 // Dropbox uploads against the emulator: write modes, conflicts, content_hash, sessions.
-#include "SandboxFixture.h"
+#include "sandbox/WireTest.h"
 
 namespace vxcloud::sandbox::test {
 namespace {
 
-class DropboxUpload : public SandboxTest {};
+class DropboxUpload : public WireTest {};
 
 TEST_F(DropboxUpload, ContentHashFollowsTheFourMebibyteBlockAlgorithm) {
     const struct {

@@ -4,12 +4,12 @@
 #include <thread>
 #include <vector>
 
-#include "SandboxFixture.h"
+#include "sandbox/WireTest.h"
 
 namespace vxcloud::sandbox::test {
 namespace {
 
-class SandboxFaults : public SandboxTest {};
+class SandboxFaults : public WireTest {};
 
 TEST_F(SandboxFaults, QueuedFaultIsUsedOnceAndCounted) {
     const std::string route = "dropbox/files/get_metadata";
@@ -126,7 +126,7 @@ TEST(SandboxLifecycle, LoopbackOnlyAndRestartable) {
     EXPECT_FALSE(sandbox.running());
 }
 
-class SandboxConcurrency : public SandboxTest {};
+class SandboxConcurrency : public WireTest {};
 
 TEST_F(SandboxConcurrency, InFlightRequestsAreTracked) {
     const int workers = 6;

@@ -1,12 +1,12 @@
 // Google's OAuth endpoints on the sandbox: the authorize page (scope required), the PKCE
 // code exchange with an id_token naming the user, userinfo, refresh, invalid_grant, and
 // revocation.
-#include "sandbox/GoogleSandboxFixture.h"
+#include "sandbox/GoogleWireTest.h"
 
 namespace vxcloud::sandbox::test {
 namespace {
 
-class GoogleAuth : public GoogleSandboxTest {
+class GoogleAuth : public GoogleWireTest {
 protected:
     httplib::Result token(const std::string& form) {
         return client->Post("/google/token", form, "application/x-www-form-urlencoded");
@@ -103,6 +103,49 @@ TEST_F(GoogleAuth, SignInNamesTheUserThroughIdTokenAndUserinfo) {
 
     // drive.file is enough for Drive itself.
     EXPECT_EQ(get("/drive/v3/about?fields=user", access)->status, 200);
+}
+
+// A drive.file token reaches only what the app made: a folder the person made in Drive's
+// web page is neither listed nor found by id, while the app's own folder is.
+TEST_F(GoogleAuth, DriveFileTokensSeeOnlyWhatTheAppMade) {
+    std::string error;
+    const json byPerson = sandbox.putFolder("google", "/Made in the web page", {}, &error);
+    ASSERT_TRUE(byPerson.is_object()) << error;
+    const std::string personal = byPerson["id"];
+
+    auto approved = client->Get((authorizePath("https://www.googleapis.com/auth/drive.file") +
+                                 "&sandbox_decision=approve").c_str());
+    ASSERT_TRUE(approved);
+    ASSERT_EQ(approved->status, 302);
+    auto granted = token("grant_type=authorization_code&client_id=desktop-app&code=" +
+                         enc(redirectParam(approved, "code")) + "&redirect_uri=" + enc(redirect) +
+                         "&code_verifier=" + verifier);
+    ASSERT_TRUE(granted);
+    ASSERT_EQ(granted->status, 200) << granted->body;
+    const std::string perFile = parse(granted)["access_token"];
+
+    auto made = client->Post("/google/drive/v3/files?fields=id", bearer(perFile),
+                             json{{"name", "Made by the app"}, {"mimeType", kFolderType}}.dump(), "application/json");
+    ASSERT_TRUE(made);
+    ASSERT_EQ(made->status, 200) << made->body;
+    const std::string own = parse(made)["id"];
+
+    auto namesIn = [&](const std::string& token) {
+        std::vector<std::string> names;
+        const json listed = parse(get("/drive/v3/files?q=" + enc("'root' in parents") + "&fields=files(name)", token));
+        for (const auto& file : listed.value("files", json::array())) names.push_back(file["name"]);
+        return names;
+    };
+    EXPECT_EQ(namesIn(perFile), std::vector<std::string>{"Made by the app"});
+    auto hidden = get("/drive/v3/files/" + personal, perFile);
+    ASSERT_TRUE(hidden);
+    EXPECT_EQ(hidden->status, 404);
+    EXPECT_EQ(reasonOf(hidden), "notFound");
+    EXPECT_EQ(get("/drive/v3/files/" + own, perFile)->status, 200);
+    EXPECT_EQ(get("/drive/v3/files/root?fields=id", perFile)->status, 200) << "the top folder is always there";
+
+    // The full drive scope sees both.
+    EXPECT_EQ(namesIn(google.accessToken), (std::vector<std::string>{"Made in the web page", "Made by the app"}));
 }
 
 TEST_F(GoogleAuth, RefreshKeepsTheRefreshTokenUntilItIsRevoked) {

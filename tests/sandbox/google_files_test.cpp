@@ -3,12 +3,12 @@
 // the documented error bodies.
 #include <set>
 
-#include "sandbox/GoogleSandboxFixture.h"
+#include "sandbox/GoogleWireTest.h"
 
 namespace vxcloud::sandbox::test {
 namespace {
 
-using GoogleFiles = GoogleSandboxTest;
+using GoogleFiles = GoogleWireTest;
 
 TEST_F(GoogleFiles, QueriesMatchParentsNamesTypesAndQuotedLiterals) {
     const std::string scans = createFolder("Scans")["id"];

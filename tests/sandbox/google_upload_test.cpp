@@ -1,7 +1,7 @@
 // The Drive emulator's uploads: multipart/related bodies, the resumable protocol (session
 // URIs, 256 KiB chunks, 308 with Range, status queries, expiry), content updates that keep
 // the id, and the storage quota.
-#include "sandbox/GoogleSandboxFixture.h"
+#include "sandbox/GoogleWireTest.h"
 
 namespace vxcloud::sandbox::test {
 namespace {
@@ -14,7 +14,7 @@ std::string bytesOf(std::size_t size, char seed) {
     return out;
 }
 
-class GoogleUpload : public GoogleSandboxTest {
+class GoogleUpload : public GoogleWireTest {
 protected:
     // Starts a resumable upload; the session URI's path and query on the sandbox.
     std::string start(const json& metadata, std::int64_t length, const std::string& fileId = {}) {

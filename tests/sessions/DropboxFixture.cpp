@@ -17,7 +17,8 @@ std::shared_ptr<VXCloudFile> folderRecord(const std::string& name, const std::st
     return folder;
 }
 
-DropboxFixture::DropboxFixture() : SandboxFixture({VXCloudService::dropbox, kProvider, "sandbox-app-key", {}}) {}
+DropboxFixture::DropboxFixture(sandbox::Sandbox::Options options)
+    : SandboxProviderFixture({VXCloudService::dropbox, kProvider, "sandbox-app-key", {}}, options) {}
 
 std::shared_ptr<VXCloudDropboxSession> DropboxFixture::makeDropboxSession(std::chrono::milliseconds poll) {
     return VXCloudDropboxSession::initWithCloudAccount(account(), poll);

@@ -6,16 +6,16 @@
 #include <optional>
 #include <string>
 
-#include "sessions/SandboxFixture.h"
+#include "sessions/SandboxProviderFixture.h"
 #include "vxcloud/sessions/VXCloudDropboxSession.h"
 
 namespace vxcloud::testing {
 
-class DropboxFixture : public SandboxFixture {
+class DropboxFixture : public SandboxProviderFixture {
 public:
     static constexpr std::chrono::milliseconds kTestPollInterval{50};
 
-    DropboxFixture();
+    explicit DropboxFixture(sandbox::Sandbox::Options options = {});
 
     std::shared_ptr<VXCloudSession> makeSession() override { return makeDropboxSession(); }
     std::shared_ptr<VXCloudFile> makeFolder(const std::string& name,

@@ -22,16 +22,10 @@ Json parse(const httplib::Result& result) {
 }  // namespace
 
 GoogleDriveFixture::GoogleDriveFixture()
-    : SandboxFixture(
+    : SandboxProviderFixture(
           {VXCloudService::googleDrive, kProvider, "sandbox-client.apps.googleusercontent.com", kDriveScope}) {}
 
-std::unique_ptr<httplib::Client> GoogleDriveFixture::client() {
-    auto c = std::make_unique<httplib::Client>("127.0.0.1", sandbox().port());
-    c->set_connection_timeout(10, 0);
-    c->set_read_timeout(20, 0);
-    c->set_write_timeout(20, 0);
-    return c;
-}
+std::unique_ptr<httplib::Client> GoogleDriveFixture::client() { return wireClient(); }
 
 httplib::Headers GoogleDriveFixture::auth() const { return {{"Authorization", "Bearer " + fixtureToken_}}; }
 

@@ -10,12 +10,12 @@
 #include <string>
 
 #include "../../src/providers/google/DriveFile.h"
-#include "sessions/SandboxFixture.h"
+#include "sessions/SandboxProviderFixture.h"
 #include "vxcloud/sessions/VXCloudGoogleDriveSession.h"
 
 namespace vxcloud::testing {
 
-class GoogleDriveFixture : public SandboxFixture {
+class GoogleDriveFixture : public SandboxProviderFixture {
 public:
     static constexpr const char* kProvider = "google";
 

@@ -3,7 +3,7 @@
 // session, a way to look at and change what is stored remotely, and the provider's
 // declared exceptions to the contract. Every session implements one and adds its factory
 // to contractProviders() (ProviderRegistry.cpp); a provider the sandbox emulates builds it
-// on SandboxFixture, which does the setup they all share.
+// on SandboxProviderFixture, which does the setup they all share.
 #include <cstddef>
 #include <functional>
 #include <memory>

@@ -3,27 +3,8 @@
 #include <string_view>
 
 #include "vxcloud/platform/Http.h"
-#include "vxcloud/sessions/VXCloudServiceConfig.h"
 
 namespace vxcloud::testing {
-
-void pointAtSandbox(const sandbox::Sandbox& sandbox, const std::string& provider, VXCloudService service) {
-    VXCloudServiceEndpoints endpoints;
-    for (const auto& [role, url] : sandbox.endpoints(provider)) {
-        if (role == "api") {
-            endpoints.apiBase = url;
-        } else if (role == "content") {
-            endpoints.contentBase = url;
-        } else if (role == "authorize") {
-            endpoints.authorizeUrl = url;
-        } else if (role == "token") {
-            endpoints.tokenUrl = url;
-        } else {
-            endpoints.extra[role] = url;
-        }
-    }
-    VXCloudServiceConfig::setEndpoints(service, endpoints);
-}
 
 std::string queryParam(const std::string& url, const std::string& name) {
     const auto question = url.find('?');

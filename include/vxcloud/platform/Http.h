@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -62,6 +63,11 @@ struct HttpRequest {
     // `body` so the caller can read the error. Once bytes have gone here the request
     // is not repeated, whatever the retry policy says.
     std::function<bool(const char* data, std::size_t size)> onBodyChunk;
+    // A PEM file of certificate authorities to trust instead of the system's, for a server
+    // with a certificate of its own (the sandbox over HTTPS). Verification stays on. Empty:
+    // the file registered for the URL's origin (HttpClient::setAuthoritiesByOrigin), else
+    // the system's authorities.
+    std::string caFile;
 };
 
 struct HttpResponse {
@@ -135,6 +141,16 @@ public:
                                              const std::string& redactedUrl, int status,
                                              TransportError error)>;
     void setRequestLogger(RequestLogger logger);
+
+    // CA files (PEM) to trust instead of the system's authorities, by origin
+    // ("https://127.0.0.1:8443"), for requests that name none themselves. Process-wide and
+    // replaced as a whole; the service configuration keeps it in step with the endpoints
+    // it is given (VXCloudServiceEndpoints::caFile).
+    static void setAuthoritiesByOrigin(std::map<std::string, std::string> caFileByOrigin);
+    // The CA file a request to `url` uses: its own, else its origin's, else empty.
+    static std::string authoritiesFor(const HttpRequest& request);
+    // "https://host:port" of a URL, lower-cased; empty when it is not an absolute URL.
+    static std::string originOf(std::string_view url);
 
     // Percent-encoding helpers for URLs and forms.
     static std::string urlEncode(std::string_view text);

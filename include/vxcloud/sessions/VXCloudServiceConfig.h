@@ -19,6 +19,10 @@ struct VXCloudServiceEndpoints {
     std::string authorizeUrl;  // the browser sign-in page
     std::string tokenUrl;      // the OAuth 2 token endpoint
     std::map<std::string, std::string> extra;
+    // A PEM file of the authorities that sign these hosts' certificates, for a server with a
+    // certificate of its own (the sandbox over HTTPS); empty: the system's. Every request to
+    // these URLs' origins trusts it, with verification on.
+    std::string caFile;
 
     friend bool operator==(const VXCloudServiceEndpoints&, const VXCloudServiceEndpoints&) = default;
 };

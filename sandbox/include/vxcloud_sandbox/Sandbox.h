@@ -88,6 +88,9 @@ public:
         // Approve every authorization request at once as the provider's first account, so
         // non-interactive sign-ins (the demo) complete without a person.
         bool autoApprove = false;
+        // Serve HTTPS with a certificate made at start for 127.0.0.1, ::1 and localhost,
+        // signed by a throwaway authority whose PEM file caFile() names.
+        bool tls = false;
     };
 
     Sandbox();
@@ -104,8 +107,11 @@ public:
 
     int port() const;
     std::string host() const;
-    std::string baseUrl() const;   // "http://127.0.0.1:PORT"
+    std::string baseUrl() const;   // "http://127.0.0.1:PORT" ("https://..." with TLS)
     std::string adminUrl() const;  // baseUrl() + "/admin"
+    // With TLS, the PEM file of the authority that signed the server's certificate, for
+    // clients to trust (it lives as long as this object); empty for plain HTTP.
+    std::string caFile() const;
 
     // Providers served ("dropbox", ...) and their endpoints by role, e.g. for Dropbox
     // "api" (serves /2/... and /oauth2/token), "content" (serves /2/files/upload, ...),
@@ -119,7 +125,8 @@ public:
     // The provider's first seeded account; an empty account when the provider is unknown.
     SandboxAccount account(const std::string& provider) const;
 
-    // {"sandbox": ..., "base": ..., "admin": ..., "providers": {...}, "accounts": [...]} and
+    // {"sandbox": ..., "base": ..., "admin": ..., ["ca_file": ...,] "providers": {...},
+    // "accounts": [...]} and
     // the same as one compact line, which `vxcloud-sandbox` prints when it is ready.
     Json describe() const;
     std::string readyLine() const;

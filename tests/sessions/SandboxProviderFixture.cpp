@@ -1,9 +1,8 @@
-#include "sessions/SandboxFixture.h"
+#include "sessions/SandboxProviderFixture.h"
 
 #include <chrono>
 #include <nlohmann/json.hpp>
 
-#include "support/SandboxSupport.h"
 #include "vxcloud/auth/VXCloudTokenStore.h"
 #include "vxcloud/model/VXCloudUserDefaults.h"
 #include "vxcloud/sessions/VXCloudServiceConfig.h"
@@ -19,34 +18,24 @@ std::int64_t nowSeconds() {
 
 }  // namespace
 
-SandboxFixture::SandboxFixture(SandboxProvider provider) : provider_(std::move(provider)) {}
+SandboxProviderFixture::SandboxProviderFixture(SandboxProvider provider, sandbox::Sandbox::Options options)
+    : SandboxFixture(options), provider_(std::move(provider)) {}
 
-SandboxFixture::~SandboxFixture() { tearDown(); }
-
-bool SandboxFixture::setUp(std::string& error) {
-    stores_ = std::make_shared<IsolatedStores>();
-    sandbox_ = std::make_shared<sandbox::Sandbox>();
-    if (!sandbox_->start(0, "127.0.0.1", &error)) return false;
-    return linkFirstAccount(error);
+bool SandboxProviderFixture::setUp(std::string& error) {
+    return SandboxFixture::setUp(error) && linkFirstAccount(error);
 }
 
-bool SandboxFixture::setUpBeside(SandboxFixture& host, std::string& error) {
-    if (!host.sandbox_) {
-        error = "the fixture to join is not set up";
-        return false;
-    }
-    stores_ = host.stores_;
-    sandbox_ = host.sandbox_;
-    return linkFirstAccount(error);
+bool SandboxProviderFixture::setUpBeside(SandboxProviderFixture& host, std::string& error) {
+    return joinSandboxOf(host, error) && linkFirstAccount(error);
 }
 
-bool SandboxFixture::linkFirstAccount(std::string& error) {
-    sandboxAccount_ = sandbox_->account(provider_.name);
+bool SandboxProviderFixture::linkFirstAccount(std::string& error) {
+    sandboxAccount_ = sandbox().account(provider_.name);
     if (sandboxAccount_.userId.empty()) {
         error = "the sandbox has no " + provider_.name + " account";
         return false;
     }
-    pointAtSandbox(*sandbox_, provider_.name, provider_.service);
+    pointAt(provider_.service);
     VXCloudServiceConfig::setCredentials(provider_.service, {provider_.clientId, std::nullopt});
     VXCloudServiceConfig::setUploadLimits(provider_.service, {});
     if (!prepare(error)) return false;
@@ -54,7 +43,7 @@ bool SandboxFixture::linkFirstAccount(std::string& error) {
     return account_ != nullptr;
 }
 
-std::shared_ptr<VXCloudAccount> SandboxFixture::linkAccount(const sandbox::SandboxAccount& linked, std::string& error) {
+std::shared_ptr<VXCloudAccount> SandboxProviderFixture::linkAccount(const sandbox::SandboxAccount& linked, std::string& error) {
     auto account = std::make_shared<VXCloudAccount>(linked.userId, linked.email, provider_.service);
     VXCloudOAuthToken token;
     token.accessToken = linked.accessToken;
@@ -79,14 +68,8 @@ std::shared_ptr<VXCloudAccount> SandboxFixture::linkAccount(const sandbox::Sandb
     return account;
 }
 
-void SandboxFixture::tearDown() {
-    if (sandbox_) retireInBackground(std::move(sandbox_));
-    VXCloudServiceConfig::reset(provider_.service);
-    stores_.reset();
-}
-
-std::size_t SandboxFixture::documentsNamed(const std::string& name) {
-    const Json state = sandbox_->listState(provider_.name, sandboxAccount_.userId);
+std::size_t SandboxProviderFixture::documentsNamed(const std::string& name) {
+    const Json state = sandbox().listState(provider_.name, sandboxAccount_.userId);
     std::size_t count = 0;
     if (!state.is_object() || !state.contains("items")) return count;
     for (const Json& item : state["items"]) {
@@ -94,15 +77,6 @@ std::size_t SandboxFixture::documentsNamed(const std::string& name) {
         if (item.value("name", "") == name && !trashed && item.value(".tag", "file") == "file") ++count;
     }
     return count;
-}
-
-sandbox::RouteStats SandboxFixture::stats(const std::string& route) const {
-    return sandbox_->stats(provider_.name + "/" + route);
-}
-
-bool SandboxFixture::fault(const std::string& route, const std::string& instruction, int times) {
-    const auto parsed = sandbox::FaultSpec::parse(instruction);
-    return parsed && sandbox_->enqueueFault(provider_.name + "/" + route, *parsed, times);
 }
 
 }  // namespace vxcloud::testing

@@ -1,6 +1,6 @@
 #pragma once
-// An in-process sandbox on an ephemeral loopback port and plain HTTP helpers that speak
-// Dropbox's three endpoint styles, so the tests read like the wire format.
+// Tests of the sandbox's wire formats: the shared sandbox fixture, a plain HTTP client, and
+// helpers that speak Dropbox's three endpoint styles, so the tests read like the wire format.
 #include <gtest/gtest.h>
 #include <httplib.h>
 
@@ -8,29 +8,24 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
+#include "support/SandboxFixture.h"
 #include "vxcloud_sandbox/Sandbox.h"
 
 namespace vxcloud::sandbox::test {
 
 using nlohmann::json;
 
-class SandboxTest : public ::testing::Test {
+class WireTest : public testing::SandboxTest<> {
 protected:
     void SetUp() override {
-        std::string error;
-        ASSERT_TRUE(sandbox.start(0, "127.0.0.1", &error)) << error;
+        SandboxTest::SetUp();
+        if (HasFatalFailure()) return;
         account = sandbox.account("dropbox");
         ASSERT_FALSE(account.accessToken.empty());
         client = newClient();
     }
 
-    std::unique_ptr<httplib::Client> newClient() const {
-        auto c = std::make_unique<httplib::Client>("127.0.0.1", sandbox.port());
-        c->set_connection_timeout(10, 0);
-        c->set_read_timeout(20, 0);
-        c->set_write_timeout(20, 0);
-        return c;
-    }
+    std::unique_ptr<httplib::Client> newClient() const { return fx_.wireClient(); }
 
     httplib::Headers auth(const std::string& token = {}) const {
         return {{"Authorization", "Bearer " + (token.empty() ? account.accessToken : token)}};
@@ -69,7 +64,7 @@ protected:
         return value.is_object() && value.contains(".tag") ? value[".tag"].get<std::string>() : std::string();
     }
 
-    Sandbox sandbox;
+    Sandbox& sandbox = fx_.sandbox();
     SandboxAccount account;
     std::unique_ptr<httplib::Client> client;
 };

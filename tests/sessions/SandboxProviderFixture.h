@@ -1,10 +1,10 @@
 #pragma once
-// The part of a provider's fixture that every provider shares: isolated stores, an
-// embedded sandbox on loopback with the component's endpoints for the service pointed at
-// it, the sandbox's first account of the provider linked (tokens stored, account saved) as
-// a sign-in would leave it, and the sandbox's counters and faults for the provider's
-// routes. A provider's fixture adds how it reaches stored documents and its declared
-// exceptions to the contract.
+// The part of a provider's fixture that every emulated provider shares, on the sandbox
+// fixture every sandbox test builds on: the component's endpoints for the service pointed
+// at the sandbox, the sandbox's first account of the provider linked (tokens stored,
+// account saved) as a sign-in would leave it, and the sandbox's counters and faults for the
+// provider's routes. A provider's fixture adds how it reaches stored documents and its
+// declared exceptions to the contract.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -13,7 +13,7 @@
 
 #include "sessions/ProviderFixture.h"
 #include "sessions/SessionTestSupport.h"
-#include "support/IsolatedStores.h"
+#include "support/SandboxFixture.h"
 #include "vxcloud/model/VXCloudFileHasher.h"
 #include "vxcloud/platform/ByteBuffer.h"
 #include "vxcloud_sandbox/Sandbox.h"
@@ -27,20 +27,17 @@ struct SandboxProvider {
     std::string scope;     // what granted tokens carry; empty when the service names none
 };
 
-class SandboxFixture : public ProviderFixture {
+class SandboxProviderFixture : public ProviderFixture, public SandboxFixture {
 public:
-    ~SandboxFixture() override;
-
     bool setUp(std::string& error) override;
     // Joins `host`'s sandbox and stores instead of starting its own, so that accounts of
     // two providers can be used side by side.
-    bool setUpBeside(SandboxFixture& host, std::string& error);
-    void tearDown() override;
+    bool setUpBeside(SandboxProviderFixture& host, std::string& error);
+    void tearDown() override { SandboxFixture::tearDown(); }
 
     std::shared_ptr<VXCloudAccount> account() override { return account_; }
     // Asks the sandbox's own view of the account's tree.
     std::size_t documentsNamed(const std::string& name) override;
-    sandbox::Sandbox& sandbox() { return *sandbox_; }
     const sandbox::SandboxAccount& sandboxAccount() const { return sandboxAccount_; }
     const SandboxProvider& provider() const { return provider_; }
 
@@ -49,14 +46,16 @@ public:
     std::shared_ptr<VXCloudAccount> linkAccount(const sandbox::SandboxAccount& account, std::string& error);
 
     // What the sandbox has seen on one of the provider's routes ("files/upload").
-    sandbox::RouteStats stats(const std::string& route) const;
+    sandbox::RouteStats stats(const std::string& route) const { return routeStats(provider_.name + "/" + route); }
     std::int64_t requests(const std::string& route) const { return stats(route).requests; }
     std::int64_t bytesReceived(const std::string& route) const { return stats(route).bytesReceived; }
     // Queues a fault in the sandbox's text form on a route ("files/update", "oauth2/token").
-    bool fault(const std::string& route, const std::string& instruction, int times = 1);
+    bool fault(const std::string& route, const std::string& instruction, int times = 1) {
+        return queueFault(provider_.name + "/" + route, instruction, times);
+    }
 
 protected:
-    explicit SandboxFixture(SandboxProvider provider);
+    explicit SandboxProviderFixture(SandboxProvider provider, sandbox::Sandbox::Options options = {});
 
     // The provider's own preparation, once the sandbox runs and before the account is linked.
     virtual bool prepare(std::string& /*error*/) { return true; }
@@ -70,22 +69,8 @@ private:
     bool linkFirstAccount(std::string& error);
 
     SandboxProvider provider_;
-    std::shared_ptr<IsolatedStores> stores_;
-    std::shared_ptr<sandbox::Sandbox> sandbox_;
     sandbox::SandboxAccount sandboxAccount_;
     std::shared_ptr<VXCloudAccount> account_;
-};
-
-// A test with one provider's fixture set up.
-template <typename Fixture>
-class SandboxTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        std::string error;
-        ASSERT_TRUE(fx_.setUp(error)) << error;
-    }
-
-    Fixture fx_;
 };
 
 // A test of one provider's session: the fixture set up and a session of it driven, with

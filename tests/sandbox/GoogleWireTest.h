@@ -3,17 +3,18 @@
 // wire format: files.list with q and fields, multipart and resumable uploads, errors.
 #include <string>
 
-#include "sandbox/SandboxFixture.h"
+#include "sandbox/WireTest.h"
 #include "vxcloud/platform/Http.h"
 
 namespace vxcloud::sandbox::test {
 
 inline constexpr const char* kFolderType = "application/vnd.google-apps.folder";
 
-class GoogleSandboxTest : public SandboxTest {
+class GoogleWireTest : public WireTest {
 protected:
     void SetUp() override {
-        SandboxTest::SetUp();
+        WireTest::SetUp();
+        if (HasFatalFailure()) return;
         google = sandbox.account("google");
         ASSERT_FALSE(google.accessToken.empty());
     }

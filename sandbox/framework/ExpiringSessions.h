@@ -1,0 +1,47 @@
+#pragma once
+// What a provider keeps between requests for a while (upload sessions, ...): each entry
+// under a fresh random id until its lifetime runs out on the sandbox clock, after which it
+// is gone as if it never existed. Not synchronised: the module's store lock guards it.
+#include <cstdint>
+#include <map>
+#include <string>
+
+#include "framework/Clock.h"
+#include "framework/Text.h"
+
+namespace vxcloud::sandbox {
+
+template <class T>
+class ExpiringSessions {
+public:
+    explicit ExpiringSessions(const Clock& clock) : clock_(clock) {}
+
+    // Keeps `session` for `lifetime` seconds under a new id: `prefix` and `tokenLength`
+    // random characters, shaped like the provider's own.
+    std::string add(T session, std::int64_t lifetime, const std::string& prefix, std::size_t tokenLength) {
+        const std::string id = prefix + randomToken(tokenLength);
+        entries_[id] = Entry{std::move(session), clock_.nowSeconds() + lifetime};
+        return id;
+    }
+    // The live session with that id, or null; an expired one is forgotten on the way.
+    T* find(const std::string& id) {
+        const auto it = entries_.find(id);
+        if (it == entries_.end()) return nullptr;
+        if (clock_.nowSeconds() >= it->second.expiresAt) {
+            entries_.erase(it);
+            return nullptr;
+        }
+        return &it->second.value;
+    }
+    void erase(const std::string& id) { entries_.erase(id); }
+
+private:
+    struct Entry {
+        T value;
+        std::int64_t expiresAt = 0;
+    };
+    const Clock& clock_;
+    std::map<std::string, Entry> entries_;
+};
+
+}  // namespace vxcloud::sandbox
