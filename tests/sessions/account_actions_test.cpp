@@ -7,7 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include "sessions/ProviderFixture.h"
-#include "sessions/SandboxFixture.h"
+#include "sessions/SandboxProviderFixture.h"
 #include "sessions/SessionTestSupport.h"
 #include "support/IsolatedStores.h"
 #include "vxcloud/engine/VXCloudAccountActions.h"
@@ -133,7 +133,7 @@ TEST_P(AccountActions, ChoosingAFolderSavesTheAccountWritesTheSettingsAndAnnounc
 class SettingsDocument : public AccountActions {};
 
 TEST_P(SettingsDocument, ChoosingAFolderThreeTimesLeavesOneSettingsDocumentNamingTheLast) {
-    auto* sandboxed = dynamic_cast<SandboxFixture*>(fixture_.get());
+    auto* sandboxed = dynamic_cast<SandboxProviderFixture*>(fixture_.get());
     ASSERT_TRUE(sandboxed);
     Json last;
     for (const char* name : {"First", "Second", "Third"}) {
