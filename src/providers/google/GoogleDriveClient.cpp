@@ -74,17 +74,8 @@ std::shared_ptr<GoogleDriveClient> GoogleDriveClient::forStorageName(const std::
 }
 
 Result<HttpResponse> GoogleDriveClient::send(const Request& request) {
-    providers::ApiRequest api;
-    api.what = request.what;
-    api.method = request.method;
-    api.url = request.url;
-    api.idempotent = request.idempotent;
-    api.body = request.body;
-    api.onSent = request.onSent;
-    api.alsoAccepted = request.alsoAccepted;
-    api.maxAttempts = request.maxAttempts;
+    providers::ApiRequest api = request;
     if (!request.contentType.empty()) api.headers.set("Content-Type", request.contentType);
-    for (const auto& [name, value] : request.headers) api.headers.set(name, value);
     return caller_.send(api);
 }
 

@@ -108,8 +108,8 @@ Result<std::string> GoogleDriveClient::startSession(const Upload& upload) {
     request.url = withQuery(uploadUrl(options_.endpoints, upload.fileId),
                             {{"uploadType", "resumable"}, {"fields", upload.fields}});
     request.contentType = "application/json; charset=UTF-8";
-    request.headers = {{"X-Upload-Content-Type", upload.contentType},
-                       {"X-Upload-Content-Length", std::to_string(upload.data.size())}};
+    request.headers.set("X-Upload-Content-Type", upload.contentType);
+    request.headers.set("X-Upload-Content-Length", std::to_string(upload.data.size()));
     request.body = ByteBuffer::adopt(metadataJson(upload.metadata).dump());
     // Only a session is made: a repeat leaves an unused one behind, which expires.
     request.idempotent = true;
@@ -144,11 +144,11 @@ Result<File> GoogleDriveClient::uploadResumable(const Upload& upload) {
         // Failures are handled here, by asking the session where to go on.
         put.maxAttempts = 1;
         if (askStatus) {
-            put.headers = {{"Content-Range", "bytes */" + std::to_string(total)}};
+            put.headers.set("Content-Range", "bytes */" + std::to_string(total));
         } else {
             const std::int64_t length = std::min(chunk, total - offset);
-            put.headers = {{"Content-Range", "bytes " + std::to_string(offset) + "-" +
-                                                 std::to_string(offset + length - 1) + "/" + std::to_string(total)}};
+            put.headers.set("Content-Range", "bytes " + std::to_string(offset) + "-" +
+                                                  std::to_string(offset + length - 1) + "/" + std::to_string(total));
             put.contentType = upload.contentType;
             put.body = data.slice(static_cast<std::size_t>(offset), static_cast<std::size_t>(length));
             put.onSent = tracker.forRequestAt(offset);
