@@ -139,6 +139,23 @@ TEST_F(GoogleDriveSession, NewDocumentsAreStoredBesideSameNamedOnes) {
     EXPECT_TRUE(failedWith(event, Kind::uploadFailed, ErrorCode::fileUpload));
 }
 
+TEST_F(GoogleDriveSession, RateLimitsAreWaitedOutEvenForACreate) {
+    // Drive gives its rate limits before acting, so even a create (never repeated blindly)
+    // is sent again after one, and exactly one document results.
+    auto folder = fx_.makeFolder("Limited");
+    const std::pair<int, std::string> limits[] = {
+        {429, "rateLimitExceeded"}, {403, "rateLimitExceeded"}, {403, "userRateLimitExceeded"}};
+    int n = 0;
+    for (const auto& [status, reason] : limits) {
+        const std::string name = "limited-" + std::to_string(++n) + ".pdf";
+        SessionTest::fault("upload/create", "status=" + std::to_string(status) + ";retry-after=0;error=" + reason, 2);
+        auto event = upload(makeDocument(name, "%PDF-" + name), folder, false);
+        EXPECT_EQ(event.kind, Kind::didUpload) << status << " " << reason << ": " << describe(event);
+        EXPECT_EQ(fx_.liveFiles(*folder->id, name).size(), 1u) << name;
+    }
+    EXPECT_EQ(fx_.requests("upload/create"), 9) << "two refusals and the create, three times";
+}
+
 TEST_F(GoogleDriveSession, SettingsDocumentIsNeverAConflict) {
     auto root = session_->rootFolder();
     ASSERT_FALSE(fx_.createFile("root", ".quillosettings", R"({"uploadFolderId":"old"})").empty());
