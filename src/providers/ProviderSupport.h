@@ -51,6 +51,18 @@ private:
 
 TransportErrorKind transportErrorKind(TransportError error);
 
+// The largest single upload request: the configured limit (0: none) within the service's own.
+inline std::int64_t singleRequestLimit(std::int64_t configured, std::int64_t serviceLimit) {
+    return configured > 0 ? std::min(configured, serviceLimit) : serviceLimit;
+}
+
+// A chunk size the service accepts: the configured size (0: `fallback`) rounded down to whole
+// units, at least one unit.
+inline std::int64_t chunkInUnits(std::int64_t configured, std::int64_t fallback, std::int64_t unit) {
+    const std::int64_t wanted = configured > 0 ? configured : fallback;
+    return std::max(unit, wanted / unit * unit);
+}
+
 // Turns per-request byte counts into one never-decreasing count for the document, so
 // pieces add up and a repeated request does not make progress jump back.
 class UploadProgressTracker {

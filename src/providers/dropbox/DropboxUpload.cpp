@@ -21,8 +21,7 @@ json cursorArg(const std::string& sessionId, std::int64_t offset) {
 }  // namespace
 
 std::int64_t DropboxClient::maxSingleRequestBytes() const {
-    const std::int64_t configured = options_.limits.maxSingleRequestBytes;
-    return configured > 0 ? std::min(configured, kMaxUploadRequestBytes) : kMaxUploadRequestBytes;
+    return providers::singleRequestLimit(options_.limits.maxSingleRequestBytes, kMaxUploadRequestBytes);
 }
 
 std::int64_t DropboxClient::chunkBytes() const {

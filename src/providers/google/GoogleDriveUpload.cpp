@@ -42,13 +42,11 @@ Result<File> fileFrom(const HttpResponse& response, const std::string& what) {
 }  // namespace
 
 std::int64_t GoogleDriveClient::multipartLimit() const {
-    const std::int64_t configured = options_.limits.maxSingleRequestBytes;
-    return configured > 0 ? std::min(configured, kMultipartLimit) : kMultipartLimit;
+    return providers::singleRequestLimit(options_.limits.maxSingleRequestBytes, kMultipartLimit);
 }
 
 std::int64_t GoogleDriveClient::chunkBytes() const {
-    const std::int64_t wanted = options_.limits.chunkBytes > 0 ? options_.limits.chunkBytes : kDefaultChunkBytes;
-    return std::max(kResumableChunkUnit, wanted / kResumableChunkUnit * kResumableChunkUnit);
+    return providers::chunkInUnits(options_.limits.chunkBytes, kDefaultChunkBytes, kResumableChunkUnit);
 }
 
 Result<File> GoogleDriveClient::createFile(const FileMetadata& metadata, const ByteBuffer& data,

@@ -41,13 +41,11 @@ std::string contentRange(std::int64_t offset, std::int64_t length, std::int64_t 
 }  // namespace
 
 std::int64_t GraphClient::simpleUploadLimit() const {
-    const std::int64_t configured = options_.limits.maxSingleRequestBytes;
-    return configured > 0 ? std::min(configured, kSimpleUploadLimit) : kSimpleUploadLimit;
+    return providers::singleRequestLimit(options_.limits.maxSingleRequestBytes, kSimpleUploadLimit);
 }
 
 std::int64_t GraphClient::fragmentBytes() const {
-    const std::int64_t wanted = options_.limits.chunkBytes > 0 ? options_.limits.chunkBytes : kDefaultFragmentBytes;
-    return std::max(kFragmentUnit, wanted / kFragmentUnit * kFragmentUnit);
+    return providers::chunkInUnits(options_.limits.chunkBytes, kDefaultFragmentBytes, kFragmentUnit);
 }
 
 Result<Item> GraphClient::upload(const std::string& parentId, const std::string& name, const ByteBuffer& data,
