@@ -186,11 +186,14 @@ LinkResult linkAccount(HostContext& context, Prompter& prompter, const LinkReque
     setUpAuthorization(context);
     const auto manager = VXCloudAuthManager::sharedInstance();
 
-    // Some services allow one account each: a new one replaces the old.
+    // Some services allow one account each: a new one replaces the old. The manager's answer
+    // also counts WebDAV accounts, so the person is asked only when there is one to replace.
     AccountList replaced;
     if (serviceDescriptor(request.service).singleAccount && manager->hasAccountLinked(request.service)) {
         for (const auto& account : linkedAccounts())
             if (account->cloudService == request.service) replaced.push_back(account);
+    }
+    if (!replaced.empty()) {
         say(VXCloudString::MAX_ACCOUNTS_FOR_SERVICE_ERROR());
         if (!request.replace && !prompter.confirm("Continue?", false))
             throw CliError("nothing was linked (say --replace to replace the linked account)", kExitFailed);

@@ -134,7 +134,12 @@ AccountList resolveAccounts(const std::vector<std::string>& references) {
 }
 
 std::optional<std::string> autoUploadRefusal(const VXCloudAccount& account) {
-    return noAutoUploadReason(account.cloudService);
+    auto reason = noAutoUploadReason(account.cloudService);
+    if (reason && account.cloudService == VXCloudService::oneNote) {
+        *reason += " To send a document to a section: vxcloud upload FILE --to '" + accountLabel(account) +
+                   "' --section NOTEBOOK/SECTION";
+    }
+    return reason;
 }
 
 std::optional<std::string> uploadFolderPath(const VXCloudAccount& account) {

@@ -5,6 +5,8 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <map>
+#include <set>
 #include <nlohmann/json.hpp>
 
 #include "AccountLinker.h"
@@ -13,6 +15,7 @@
 #include "Commands.h"
 #include "DocumentJobs.h"
 #include "FolderPicker.h"
+#include "ManualUpload.h"
 #include "Output.h"
 #include "Progress.h"
 #include "Prompts.h"
@@ -43,6 +46,8 @@ constexpr const char* kDocumentName = "Demo Scan.pdf";
 constexpr const char* kRenamed = "Demo Scan (renamed).pdf";
 constexpr const char* kUploadFolder = "/Scans";
 constexpr const char* kArchiveFolder = "/Archive";
+// Where accounts that take documents only on request (OneNote) get theirs: notebook/section.
+constexpr const char* kSection = "/Scans/Inbox";
 
 // The demo's own XDG home, so it never touches the person's accounts and records.
 class PrivateHome {
@@ -110,6 +115,7 @@ public:
         ok &= step(3, "Upload", "Upload \"" + std::string(kDocumentName) + "\" (" + humanBytes(documentSize_) +
                                     ", generated) to every account with automatic upload on",
                    [&](DocumentJobs& jobs) { return jobs.upload({document}); }, AccountOutcome::Kind::done);
+        ok &= sendByHandToEach(document);
         showRecords(document);
 
         const std::int64_t before = uploadRequests(sandbox_);
@@ -124,6 +130,7 @@ public:
         say("  The demo answers: " + VXCloudString::OVERWRITE());
         ok &= step(0, VXCloudString::OVERWRITE(), "", [&](DocumentJobs& jobs) { return jobs.upload({document}); },
                    AccountOutcome::Kind::done, /*overwrite=*/true);
+        leftAlone_.clear();
 
         ok &= step(6, "Rename", "Rename it everywhere to \"" + std::string(kRenamed) + "\"",
                    [&](DocumentJobs& jobs) { return jobs.rename(document, kRenamed); }, AccountOutcome::Kind::done);
@@ -159,14 +166,14 @@ private:
                     request.quiet = true;
                     const LinkResult linked = linkAccount(context_, prompter_, request);
                     say("  Linked " + accountLabel(*linked.account));
-                    accounts_.push_back(linked.account);
+                    (autoUploadRefusal(*linked.account) ? byHand_ : accounts_).push_back(linked.account);
                 } catch (const CliError& e) {
                     say("  " + displayName(service) + ": not linked: " + e.what());
                 }
                 if (single) break;
             }
         }
-        if (accounts_.empty()) throw CliError("the demo could not link any sandbox account");
+        if (accounts_.empty()) throw CliError("the demo could not link any sandbox account that uploads automatically");
     }
 
     void chooseFolders() {
@@ -180,6 +187,28 @@ private:
                 (change.settingsWritten ? " (settings file written)" : " (settings file not written: " +
                                                                            change.settingsProblem + ")"));
         }
+        for (auto& account : byHand_) {
+            const auto session = initCloudSession(account);
+            sections_[account->key()] = resolveFolderPath(session, kSection, /*create=*/true);
+            chooseUploadFolder(account, session, sections_[account->key()].uploadFolderInfo(), false);
+            say("  " + accountLabel(*account) + ": section " + std::string(kSection) + "; " +
+                displayName(account->cloudService) + " takes documents only on request, never automatically");
+        }
+    }
+
+    // Accounts that never upload automatically get the document by request, as a new page.
+    bool sendByHandToEach(const std::string& document) {
+        bool ok = true;
+        for (const auto& account : byHand_) {
+            say("  " + accountLabel(*account) + ": sent on request to " + std::string(kSection) + " as a new page");
+            const auto sends = sendByHand({document}, account, sections_[account->key()], board_, std::chrono::seconds(60));
+            for (const auto& send : sends) {
+                ok = ok && send.ok;
+                rows_.push_back({"Send to a section", accountLabel(*account), send.ok ? "new page" : send.note, "-", "-",
+                                 send.ok ? humanBytes(send.bytesSent) : "-"});
+            }
+        }
+        return ok;
     }
 
     std::string writeDocument(const std::string& home) {
@@ -212,7 +241,9 @@ private:
             if (!document.problem.empty()) asExpected = false;
             for (const auto& account : document.accounts) {
                 if (account.kind == AccountOutcome::Kind::skipped) continue;
-                asExpected = asExpected && account.kind == expected;
+                // A copy nobody changed is found unchanged.
+                const auto wanted = leftAlone_.count(account.label) ? AccountOutcome::Kind::unchanged : expected;
+                asExpected = asExpected && account.kind == wanted;
                 std::string outcome = account.kind == AccountOutcome::Kind::failed ? account.note : account.word();
                 if (report.action == "rename" && account.kind == AccountOutcome::Kind::done) outcome = "renamed";
                 rows_.push_back({name, account.label, outcome, text(account.record, uploadstatus::kDocumentId),
@@ -229,10 +260,18 @@ private:
         heading(5, "Someone changes the copy on the service from another device; the next upload finds a conflict");
         const std::string changed = samplePdf({"VXCloud demo scan", "Edited on another device."});
         for (const auto& account : accounts_) {
+            // Where overwriting cannot replace a changed copy, the conflict would have no end.
+            if (!serviceDescriptor(account->cloudService).overwritesChangedCopy) {
+                say("  " + accountLabel(*account) + ": left alone (" + displayName(account->cloudService) +
+                    " keeps a copy changed elsewhere even when overwriting)");
+                leftAlone_.insert(accountLabel(*account));
+                continue;
+            }
             const auto provider = context_.sandbox()->providerName(account->cloudService);
             const std::string path = std::string(kUploadFolder) + "/" + kDocumentName;
             std::string error;
-            if (sandbox_.changeFile(*provider, path, changed, account->email, &error).is_null()) {
+            // The sandbox knows every account by its id; a Microsoft account's shown name is no e-mail.
+            if (sandbox_.changeFile(*provider, path, changed, account->userId, &error).is_null()) {
                 say("  " + accountLabel(*account) + ": the copy could not be changed: " + error);
             } else {
                 say("  " + accountLabel(*account) + ": " + path + " changed in the sandbox");
@@ -264,7 +303,7 @@ private:
             }
             const auto provider = context_.sandbox()->providerName(account->cloudService);
             const std::string moved = std::string(kArchiveFolder) + "/" + kRenamed;
-            if (sandbox_.fileContent(*provider, moved, account->email)) {
+            if (sandbox_.fileContent(*provider, moved, account->userId)) {
                 say("  " + accountLabel(*account) + ": the sandbox now holds " + moved);
             } else {
                 ok = false;
@@ -294,6 +333,11 @@ private:
     std::shared_ptr<ProgressBoard> board_;
     FolderChangeMover mover_;
     AccountList accounts_;
+    // Accounts that take documents only on request, and the section each gets them in.
+    AccountList byHand_;
+    std::map<std::string, PickedFolder> sections_;
+    // Accounts whose copy the conflict steps leave alone.
+    std::set<std::string> leftAlone_;
     std::vector<SummaryRow> rows_;
     std::int64_t documentSize_ = 0;
 };

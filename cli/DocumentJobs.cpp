@@ -128,10 +128,6 @@ AccountOutcome outcomeShell(const VXCloudAccount& account) {
     return o;
 }
 
-bool waitFor(const std::function<bool()>& arrived, std::chrono::seconds timeout) {
-    return DispatchQueue::main()->runUntil(arrived, std::chrono::duration_cast<std::chrono::milliseconds>(timeout));
-}
-
 }  // namespace
 
 // ------------------------------------------------------------------ report types
@@ -364,7 +360,7 @@ void DocumentJobs::runRounds(DocumentOutcome& document, AccountList accounts, bo
                 if (recordIsFor(record, *account)) answers[account->key()] = record;
         }
         if (waiting) {
-            waitFor([&] { return keeper.hasOutcome(document.fileIdentifier); }, options_.timeout);
+            waitWhileMoving([&] { return keeper.hasOutcome(document.fileIdentifier); }, options_.timeout, board_.get());
             for (const auto& record : keeper.takeOutcome(document.fileIdentifier))
                 for (const auto& account : pass.accounts)
                     if (recordIsFor(record, *account)) answers[account->key()] = record;
@@ -378,7 +374,7 @@ void DocumentJobs::runRounds(DocumentOutcome& document, AccountList accounts, bo
             const auto answer = answers.find(account->key());
             if (answer == answers.end()) {
                 outcome.kind = AccountOutcome::Kind::failed;
-                outcome.note = "no answer within " + std::to_string(options_.timeout.count()) + " seconds";
+                outcome.note = "no answer from the service while nothing moved";
                 board_->finishRow(account->key(), "failed: " + outcome.note);
                 setFinal(std::move(outcome));
                 continue;
@@ -537,11 +533,11 @@ JobReport DocumentJobs::move(const std::vector<std::string>& paths, const std::s
         }
     }
     auto& keeper = context_.keeper();
-    waitFor(
+    waitWhileMoving(
         [&] {
             return std::all_of(waitingFor.begin(), waitingFor.end(), [&](const auto& id) { return keeper.hasOutcome(id); });
         },
-        options_.timeout);
+        options_.timeout, board_.get());
     for (const auto& id : waitingFor)
         for (const auto& record : keeper.takeOutcome(id)) answers[id] = record;
 
@@ -552,7 +548,7 @@ JobReport DocumentJobs::move(const std::vector<std::string>& paths, const std::s
         const auto answer = answers.find(document.fileIdentifier);
         if (answer == answers.end()) {
             outcome.kind = AccountOutcome::Kind::failed;
-            outcome.note = "no answer within " + std::to_string(options_.timeout.count()) + " seconds";
+            outcome.note = "no answer from the service while nothing moved";
         } else {
             outcome.record = answer->second;
             const bool moved = text(outcome.record, kStatus) == kSuccessful;

@@ -1,5 +1,7 @@
 #include "Documents.h"
 
+#include "vxcloud/engine/VXCloudUtils.h"
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -55,6 +57,8 @@ std::optional<std::string> documentProblem(const std::string& path) {
 
 std::optional<std::string> documentNameProblem(const std::string& name) {
     if (name.empty()) return std::string("it is empty");
+    // The services take names as UTF-8 text; other bytes cannot be sent.
+    if (!isSendableName(name)) return std::string("it is not valid UTF-8 text");
     // Every service takes "/" as a folder separator.
     if (name.find('/') != std::string::npos) return std::string("it contains \"/\"");
     if (name == "." || name == "..") return std::string("it names a folder, not a document");

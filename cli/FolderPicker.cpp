@@ -69,6 +69,15 @@ Json PickedFolder::uploadFolderInfo() const {
                 {VXCloudFile::kUploadFolderPathKey, folder->path.value_or(displayPath)}};
 }
 
+std::optional<std::string> sendTargetProblem(const VXCloudAccount& account, const PickedFolder& folder) {
+    if (account.cloudService != VXCloudService::oneNote || !folder.folder) return std::nullopt;
+    // A stored choice does not say whether it is a notebook; the service will, if it is one.
+    if (folder.folder->isRootFolder || folder.folder->isOneNoteNotebook.value_or(false)) {
+        return "OneNote keeps pages in sections, and " + folder.displayPath + " is not one: give NOTEBOOK/SECTION";
+    }
+    return std::nullopt;
+}
+
 std::optional<std::string> folderNameProblem(const std::string& name) {
     if (name.empty()) return std::string("a folder needs a name");
     if (name.find('/') != std::string::npos) return "a folder name cannot contain \"/\": " + name;
@@ -79,8 +88,8 @@ std::optional<std::string> folderNameProblem(const std::string& name) {
 }
 
 std::optional<PickedFolder> pickFolderInteractively(const std::shared_ptr<VXCloudSession>& session, Prompter& prompter,
-                                                    const std::string& accountLabel) {
-    say("Choose the upload folder for " + accountLabel);
+                                                    const std::string& accountLabel, const std::string& purpose) {
+    say("Choose the " + purpose + " for " + accountLabel);
     say(VXCloudString::LOADING() + "…");
     VXCloudStack<FolderInfo> trail;
     auto root = session->rootFolder();

@@ -30,9 +30,10 @@ struct FolderInfo {
 };
 
 // Interactive browsing; nothing when the person cancels. Throws CliError when the service
-// cannot list the top folder.
+// cannot list the top folder. `purpose` names what is chosen ("upload folder", "section").
 std::optional<PickedFolder> pickFolderInteractively(const std::shared_ptr<VXCloudSession>& session,
-                                                    Prompter& prompter, const std::string& accountLabel);
+                                                    Prompter& prompter, const std::string& accountLabel,
+                                                    const std::string& purpose = "upload folder");
 
 // Walks "/A/B" down from the top folder, matching each name exactly (or, when that finds
 // none, ignoring case when only one folder matches); creates what is missing when asked.
@@ -41,6 +42,10 @@ PickedFolder resolveFolderPath(const std::shared_ptr<VXCloudSession>& session, c
 
 // The subfolders of a folder given by path, for `vxcloud folder ACCOUNT PATH --list`.
 VXCloudFileList listFolder(const std::shared_ptr<VXCloudSession>& session, const PickedFolder& folder);
+
+// Why documents cannot be sent to the folder on the account's service (the top level or a
+// notebook of OneNote, which keeps pages only in sections), or nothing when they can.
+std::optional<std::string> sendTargetProblem(const VXCloudAccount& account, const PickedFolder& folder);
 
 // A folder name people may give: not empty, no slash, not "." or "..".
 std::optional<std::string> folderNameProblem(const std::string& name);

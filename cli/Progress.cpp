@@ -13,6 +13,22 @@ namespace {
 constexpr int kBarWidth = 20;
 }
 
+bool waitWhileMoving(const std::function<bool()>& arrived, std::chrono::seconds stallLimit, const ProgressBoard* board) {
+    using Clock = std::chrono::steady_clock;
+    const auto limit = std::chrono::duration_cast<Clock::duration>(stallLimit * 5 + std::chrono::seconds(30));
+    auto quietSince = Clock::now();
+    for (;;) {
+        if (board) quietSince = std::max(quietSince, board->lastActivity());
+        const auto deadline = quietSince + limit;
+        const auto now = Clock::now();
+        if (now >= deadline) return arrived();
+        const auto slice = std::min<Clock::duration>(deadline - now, std::chrono::seconds(1));
+        if (DispatchQueue::main()->runUntil(arrived, std::chrono::duration_cast<std::chrono::milliseconds>(slice))) {
+            return true;
+        }
+    }
+}
+
 std::shared_ptr<ProgressBoard> ProgressBoard::create(bool live, bool quiet) {
     return std::shared_ptr<ProgressBoard>(new ProgressBoard(live, quiet));
 }
@@ -60,6 +76,7 @@ void ProgressBoard::cloudSessionCurrentUploadedBytes(const std::shared_ptr<VXClo
     const std::string key = account->key();
     {
         std::lock_guard lock(mutex_);
+        lastActivity_ = std::chrono::steady_clock::now();
         for (auto& row : rows_) {
             if (row.key != key) continue;
             // Increments since the previous report; the sum is the bytes sent.
@@ -126,6 +143,11 @@ void ProgressBoard::redraw() {
         }
     }
     std::cout << out << std::flush;
+}
+
+std::chrono::steady_clock::time_point ProgressBoard::lastActivity() const {
+    std::lock_guard lock(mutex_);
+    return lastActivity_;
 }
 
 }  // namespace vxcloud::cli

@@ -2,7 +2,9 @@
 // One row per account while a document is on its way: a live bar on a terminal, plain
 // lines otherwise. Sessions report byte increments from their own threads; the rows are
 // drawn on the main thread.
+#include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -31,6 +33,8 @@ public:
 
     // Bytes reported for the row so far (for summaries).
     std::int64_t bytesReported(const std::string& key) const;
+    // When bytes last moved for any row: a wait for answers goes on while they do.
+    std::chrono::steady_clock::time_point lastActivity() const;
 
 private:
     ProgressBoard(bool live, bool quiet) : live_(live), quiet_(quiet) {}
@@ -55,6 +59,13 @@ private:
     std::size_t drawnLines_ = 0;
     bool redrawPending_ = false;
     bool active_ = false;
+    std::chrono::steady_clock::time_point lastActivity_ = std::chrono::steady_clock::now();
 };
+
+// Runs the main queue until `arrived`, for as long as anything moves on the board, however
+// long a transfer that keeps moving takes. The component fails a request that stands still
+// for `stallLimit` and may try it a few times, so it answers well within the quiet time
+// allowed here; this only guards against an answer that never comes. Whether it arrived.
+bool waitWhileMoving(const std::function<bool()>& arrived, std::chrono::seconds stallLimit, const ProgressBoard* board);
 
 }  // namespace vxcloud::cli

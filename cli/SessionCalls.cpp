@@ -1,7 +1,5 @@
 #include "SessionCalls.h"
 
-#include <mutex>
-
 #include "vxcloud/engine/VXCloudAccountActions.h"
 #include "vxcloud/model/VXCloudConstants.h"
 #include "vxcloud/platform/Dispatch.h"
@@ -9,91 +7,6 @@
 namespace vxcloud::cli {
 
 namespace {
-
-// The first answer of a completion callback, waited for while the main queue runs.
-template <typename T>
-class Answer {
-public:
-    void deliver(T value) {
-        {
-            std::lock_guard lock(mutex_);
-            if (value_) return;  // only the first answer counts
-            value_ = std::move(value);
-        }
-        DispatchQueue::main()->async([] {});  // wakes the waiting caller at once
-    }
-    std::optional<T> wait(std::chrono::milliseconds timeout) {
-        DispatchQueue::main()->runUntil(
-            [this] {
-                std::lock_guard lock(mutex_);
-                return value_.has_value();
-            },
-            timeout);
-        std::lock_guard lock(mutex_);
-        return value_;
-    }
-
-private:
-    std::mutex mutex_;
-    std::optional<T> value_;
-};
-
-// Takes the first outcome of one operation. Sessions answer on their own threads; the
-// outcome is handed to the main queue, which the waiting caller is driving.
-class OutcomeCatcher : public VXCloudSessionDelegate {
-public:
-    void cloudSessionDidLoadFolders(const std::shared_ptr<VXCloudSession>&, const VXCloudFileList& folders,
-                                    const std::shared_ptr<VXCloudFile>& parent) override {
-        SessionOutcome o;
-        o.folders = folders;
-        o.file = parent;
-        deliver(std::move(o));
-    }
-    void cloudSessionLoadFoldersFailedWithError(const std::shared_ptr<VXCloudSession>&,
-                                                const std::shared_ptr<VXCloudError>& error) override {
-        deliver(failure(nullptr, error));
-    }
-    void cloudSessionDidUploadFile(const std::shared_ptr<VXCloudSession>&, const std::shared_ptr<VXCloudFile>& file) override {
-        SessionOutcome o;
-        o.file = file;
-        deliver(std::move(o));
-    }
-    void cloudSessionUploadFailedForFile(const std::shared_ptr<VXCloudSession>&, const std::shared_ptr<VXCloudFile>& file,
-                                         const std::shared_ptr<VXCloudError>& error) override {
-        deliver(failure(file, error));
-    }
-    void cloudSessionDidRenameFile(const std::shared_ptr<VXCloudSession>&, const std::shared_ptr<VXCloudFile>& file) override {
-        SessionOutcome o;
-        o.file = file;
-        deliver(std::move(o));
-    }
-    void cloudSessionRenameFailedForFile(const std::shared_ptr<VXCloudSession>&, const std::shared_ptr<VXCloudFile>& file,
-                                         const std::shared_ptr<VXCloudError>& error) override {
-        deliver(failure(file, error));
-    }
-    void cloudSessionDidMoveFiles(const std::shared_ptr<VXCloudSession>&, const VXCloudFileList& moved,
-                                  const VXCloudFileList&) override {
-        SessionOutcome o;
-        o.folders = moved;
-        deliver(std::move(o));
-    }
-
-    void deliver(SessionOutcome outcome) {
-        outcome.answered = true;
-        answer_.deliver(std::move(outcome));
-    }
-    SessionOutcome wait(std::chrono::milliseconds timeout) { return answer_.wait(timeout).value_or(SessionOutcome{}); }
-
-private:
-    static SessionOutcome failure(const std::shared_ptr<VXCloudFile>& file, const std::shared_ptr<VXCloudError>& error) {
-        SessionOutcome o;
-        o.file = file;
-        o.error = error ? error : std::make_shared<VXCloudError>(ErrorCode::fileUpload);
-        return o;
-    }
-
-    Answer<SessionOutcome> answer_;
-};
 
 template <typename Start>
 SessionOutcome run(const std::shared_ptr<VXCloudSession>& session, std::chrono::milliseconds timeout, Start&& start) {
@@ -112,6 +25,64 @@ SessionOutcome run(const std::shared_ptr<VXCloudSession>& session, std::chrono::
 }
 
 }  // namespace
+
+void OutcomeCatcher::cloudSessionDidLoadFolders(const std::shared_ptr<VXCloudSession>&, const VXCloudFileList& folders,
+                                                const std::shared_ptr<VXCloudFile>& parent) {
+    SessionOutcome o;
+    o.folders = folders;
+    o.file = parent;
+    deliver(std::move(o));
+}
+
+void OutcomeCatcher::cloudSessionLoadFoldersFailedWithError(const std::shared_ptr<VXCloudSession>&,
+                                                            const std::shared_ptr<VXCloudError>& error) {
+    deliver(failure(nullptr, error));
+}
+
+void OutcomeCatcher::cloudSessionDidUploadFile(const std::shared_ptr<VXCloudSession>&,
+                                               const std::shared_ptr<VXCloudFile>& file) {
+    SessionOutcome o;
+    o.file = file;
+    deliver(std::move(o));
+}
+
+void OutcomeCatcher::cloudSessionUploadFailedForFile(const std::shared_ptr<VXCloudSession>&,
+                                                     const std::shared_ptr<VXCloudFile>& file,
+                                                     const std::shared_ptr<VXCloudError>& error) {
+    deliver(failure(file, error));
+}
+
+void OutcomeCatcher::cloudSessionDidRenameFile(const std::shared_ptr<VXCloudSession>&,
+                                               const std::shared_ptr<VXCloudFile>& file) {
+    SessionOutcome o;
+    o.file = file;
+    deliver(std::move(o));
+}
+
+void OutcomeCatcher::cloudSessionRenameFailedForFile(const std::shared_ptr<VXCloudSession>&,
+                                                     const std::shared_ptr<VXCloudFile>& file,
+                                                     const std::shared_ptr<VXCloudError>& error) {
+    deliver(failure(file, error));
+}
+
+void OutcomeCatcher::cloudSessionDidMoveFiles(const std::shared_ptr<VXCloudSession>&, const VXCloudFileList& moved,
+                                              const VXCloudFileList&) {
+    SessionOutcome o;
+    o.folders = moved;
+    deliver(std::move(o));
+}
+
+void OutcomeCatcher::deliver(SessionOutcome outcome) {
+    outcome.answered = true;
+    answer_.deliver(std::move(outcome));
+}
+
+SessionOutcome OutcomeCatcher::failure(const std::shared_ptr<VXCloudFile>& file, const std::shared_ptr<VXCloudError>& error) {
+    SessionOutcome o;
+    o.file = file;
+    o.error = error ? error : std::make_shared<VXCloudError>(ErrorCode::fileUpload);
+    return o;
+}
 
 SessionOutcome loadFolders(const std::shared_ptr<VXCloudSession>& session, const std::shared_ptr<VXCloudFile>& folder,
                            std::chrono::milliseconds timeout) {

@@ -5,11 +5,13 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 
 #include "vxcloud/model/VXCloudError.h"
 #include "vxcloud/model/VXCloudFile.h"
+#include "vxcloud/platform/Dispatch.h"
 #include "vxcloud/sessions/VXCloudSession.h"
 
 namespace vxcloud::cli {
@@ -23,6 +25,60 @@ struct SessionOutcome {
     std::shared_ptr<VXCloudError> error;
 
     bool ok() const { return answered && !error; }
+};
+
+// The first answer of a completion callback, waited for while the main queue runs.
+template <typename T>
+class Answer {
+public:
+    void deliver(T value) {
+        {
+            std::lock_guard lock(mutex_);
+            if (value_) return;  // only the first answer counts
+            value_ = std::move(value);
+        }
+        DispatchQueue::main()->async([] {});  // wakes the waiting caller at once
+    }
+    bool arrived() const {
+        std::lock_guard lock(mutex_);
+        return value_.has_value();
+    }
+    std::optional<T> wait(std::chrono::milliseconds timeout) {
+        DispatchQueue::main()->runUntil([this] { return arrived(); }, timeout);
+        std::lock_guard lock(mutex_);
+        return value_;
+    }
+
+private:
+    mutable std::mutex mutex_;
+    std::optional<T> value_;
+};
+
+// Takes the first outcome of one operation. Sessions answer on their own threads; the
+// outcome is handed to the main queue, which the waiting caller is driving.
+class OutcomeCatcher : public VXCloudSessionDelegate {
+public:
+    void cloudSessionDidLoadFolders(const std::shared_ptr<VXCloudSession>&, const VXCloudFileList& folders,
+                                    const std::shared_ptr<VXCloudFile>& parent) override;
+    void cloudSessionLoadFoldersFailedWithError(const std::shared_ptr<VXCloudSession>&,
+                                                const std::shared_ptr<VXCloudError>& error) override;
+    void cloudSessionDidUploadFile(const std::shared_ptr<VXCloudSession>&, const std::shared_ptr<VXCloudFile>& file) override;
+    void cloudSessionUploadFailedForFile(const std::shared_ptr<VXCloudSession>&, const std::shared_ptr<VXCloudFile>& file,
+                                         const std::shared_ptr<VXCloudError>& error) override;
+    void cloudSessionDidRenameFile(const std::shared_ptr<VXCloudSession>&, const std::shared_ptr<VXCloudFile>& file) override;
+    void cloudSessionRenameFailedForFile(const std::shared_ptr<VXCloudSession>&, const std::shared_ptr<VXCloudFile>& file,
+                                         const std::shared_ptr<VXCloudError>& error) override;
+    void cloudSessionDidMoveFiles(const std::shared_ptr<VXCloudSession>&, const VXCloudFileList& moved,
+                                  const VXCloudFileList&) override;
+
+    void deliver(SessionOutcome outcome);
+    bool arrived() const { return answer_.arrived(); }
+    SessionOutcome wait(std::chrono::milliseconds timeout) { return answer_.wait(timeout).value_or(SessionOutcome{}); }
+
+private:
+    static SessionOutcome failure(const std::shared_ptr<VXCloudFile>& file, const std::shared_ptr<VXCloudError>& error);
+
+    Answer<SessionOutcome> answer_;
 };
 
 SessionOutcome loadFolders(const std::shared_ptr<VXCloudSession>& session, const std::shared_ptr<VXCloudFile>& folder,

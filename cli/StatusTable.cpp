@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "Accounts.h"
 #include "Output.h"
 #include "vxcloud/engine/UploadStatus.h"
 
@@ -38,7 +39,9 @@ std::string statusTable(RecordStore& records, const DocumentRow& document, const
         const bool has = std::any_of(rows.begin(), rows.end(), [&](const RecordRow& row) {
             return row.accountType == account->accountType() && row.accountId == account->email;
         });
-        if (!has) table.add({accountLabel(*account), "not uploaded", "-", "-", "-", "-", "-"});
+        // Documents reach such accounts only when sent by hand, which leaves no record.
+        const bool onRequestOnly = autoUploadRefusal(*account).has_value();
+        if (!has) table.add({accountLabel(*account), onRequestOnly ? "on request only" : "not uploaded", "-", "-", "-", "-", "-"});
     }
     return table.render("  ");
 }

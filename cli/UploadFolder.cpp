@@ -37,6 +37,10 @@ FolderChange chooseUploadFolder(const std::shared_ptr<VXCloudAccount>& account,
             break;
         case Settings::noAnswer: change.settingsProblem = "the service did not answer in time"; break;
         case Settings::noSession: change.settingsProblem = "no session could be made for the account"; break;
+        case Settings::notKept:
+            change.settingsKept = false;
+            change.settingsProblem = displayName(account->cloudService) + " keeps no settings file";
+            break;
     }
     return change;
 }

@@ -20,6 +20,7 @@ class ProgressBoard;
 
 struct FolderChange {
     bool settingsWritten = false;
+    bool settingsKept = true;  // false: the service keeps no settings document (OneNote)
     std::string settingsProblem;  // why the settings document could not be written
 };
 

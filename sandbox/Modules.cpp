@@ -2,6 +2,8 @@
 #include "dropbox/DropboxModule.h"
 #include "framework/ProviderModule.h"
 #include "google/GoogleModule.h"
+#include "onedrive/OneDriveModule.h"
+#include "onenote/OneNoteModule.h"
 
 namespace vxcloud::sandbox {
 
@@ -9,6 +11,8 @@ std::vector<std::unique_ptr<ProviderModule>> createProviderModules(ProviderConte
     std::vector<std::unique_ptr<ProviderModule>> modules;
     modules.push_back(std::make_unique<dropbox::DropboxModule>(context));
     modules.push_back(std::make_unique<google::GoogleModule>(context));
+    modules.push_back(std::make_unique<onedrive::OneDriveModule>(context));
+    modules.push_back(std::make_unique<onenote::OneNoteModule>(context));
     return modules;
 }
 

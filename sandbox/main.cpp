@@ -2,7 +2,9 @@
 // When ready it prints one JSON line with the providers' base URLs and the seeded accounts.
 #include <signal.h>
 
+#include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <iostream>
@@ -24,6 +26,7 @@ void usage(std::FILE* out) {
     std::fprintf(out,
                  "usage: vxcloud-sandbox [--port N] [--host ADDRESS] [--allow-remote] [--auto-approve] [--tls]\n"
                  "                       [--set PROVIDER.KEY=VALUE]... [--seed-file FILE]\n"
+                 "                       [--fault-rate R [--fault-seed S]]\n"
                  "\n"
                  "Serves local emulators of the cloud providers' HTTP APIs until SIGINT or SIGTERM.\n"
                  "  --port N          port to listen on (default %d; 0 picks a free port)\n"
@@ -35,6 +38,9 @@ void usage(std::FILE* out) {
                  "  --set P.K=V       a provider setting, e.g. --set dropbox.list_folder_page_size=2\n"
                  "  --seed-file FILE  JSON: {\"dropbox\": {\"folders\": [\"/Scans\"],\n"
                  "                    \"files\": {\"/Scans/a.txt\": \"text\"}, \"settings\": {...}}}\n"
+                 "  --fault-rate R    fault R (0 to 1) of the requests at random: 429 and 503 with\n"
+                 "                    and without Retry-After, dropped connections, delays, expired\n"
+                 "                    tokens; --fault-seed S fixes the draw (default 1)\n"
                  "When ready, prints one JSON line: base URLs per provider, admin URL, accounts\n"
                  "(and ca_file with --tls).\n",
                  kDefaultPort);
@@ -107,6 +113,8 @@ int main(int argc, char** argv) {
     int port = kDefaultPort;
     std::string host = "127.0.0.1", seedFile;
     std::vector<std::string> settings;
+    double faultRate = 0;
+    std::uint64_t faultSeed = 1;
     Sandbox::Options options;
     const std::vector<std::string> args(argv + 1, argv + argc);
     for (std::size_t i = 0; i < args.size(); ++i) {
@@ -137,6 +145,20 @@ int main(int argc, char** argv) {
             settings.push_back(value);
         } else if (arg == "--seed-file" && next(value)) {
             seedFile = value;
+        } else if (arg == "--fault-rate" && next(value)) {
+            char* end = nullptr;
+            faultRate = std::strtod(value.c_str(), &end);
+            if (end == value.c_str() || *end != '\0' || !(faultRate >= 0 && faultRate <= 1)) {
+                std::fprintf(stderr, "vxcloud-sandbox: --fault-rate needs a number from 0 to 1\n");
+                return 2;
+            }
+        } else if (arg == "--fault-seed" && next(value)) {
+            char* end = nullptr;
+            faultSeed = std::strtoull(value.c_str(), &end, 10);
+            if (end == value.c_str() || *end != '\0') {
+                std::fprintf(stderr, "vxcloud-sandbox: --fault-seed needs a whole number\n");
+                return 2;
+            }
         } else {
             std::fprintf(stderr, "vxcloud-sandbox: bad argument \"%s\"\n\n", arg.c_str());
             usage(stderr);
@@ -163,6 +185,7 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "vxcloud-sandbox: %s\n", error.c_str());
         return 2;
     }
+    sandbox.setRandomFaults(faultRate, faultSeed);
     if (!sandbox.start(port, host, &error)) {
         std::fprintf(stderr, "vxcloud-sandbox: %s\n", error.c_str());
         return 1;

@@ -106,12 +106,19 @@ int link(const CommonOptions& common, const LinkArgs& args) {
         return kExitOk;
     }
     say((result.relinked ? "Linked again: " : "Linked: ") + accountLabel(account) + " (" + account.displayName + ")");
+    if (account.cloudService == VXCloudService::oneNote) {
+        // OneNote takes documents only on request, in a section.
+        say("Send a document to a section with:  vxcloud upload FILE --to '" + accountLabel(account) +
+            "' --section NOTEBOOK/SECTION");
+        say("or choose a default section:        vxcloud folder '" + accountLabel(account) + "'");
+        return kExitOk;
+    }
     if (result.folderFromSettings) {
         say("Upload folder: " + uploadFolderPath(account).value_or("/") + " (named by the account's settings file)");
     } else {
         say("Next, choose its upload folder:  vxcloud folder '" + accountLabel(account) + "'");
     }
-    if (!account.shouldAutoUpload)
+    if (!account.shouldAutoUpload && !autoUploadRefusal(account))
         say("and turn on automatic upload:    vxcloud settings '" + accountLabel(account) + "' --auto-upload on");
     return kExitOk;
 }

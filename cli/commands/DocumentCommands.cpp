@@ -7,6 +7,7 @@
 #include "DocumentJobs.h"
 #include "Documents.h"
 #include "FolderPicker.h"
+#include "ManualUpload.h"
 #include "Output.h"
 #include "Paths.h"
 #include "Progress.h"
@@ -15,6 +16,7 @@
 #include "vxcloud/engine/UploadStatus.h"
 #include "vxcloud/engine/VXCloudSessionFactory.h"
 #include "vxcloud/engine/VXCloudUtils.h"
+#include "vxcloud/sessions/VXCloudServiceConfig.h"
 
 namespace vxcloud::cli {
 
@@ -28,6 +30,7 @@ struct JobArgs {
     std::string account;
     std::string to;
     std::optional<std::string> from;
+    std::optional<std::string> folder;  // upload --to: the folder (a OneNote section) to send to
     bool create = false;
     bool overwrite = false;
     int retries = 0;
@@ -40,6 +43,10 @@ JobOptions jobOptions(const JobArgs& args) {
     options.overwrite = args.overwrite;
     options.retries = std::max(0, args.retries);
     options.timeout = std::chrono::seconds(std::max(1, args.timeout));
+    // The same limit for every request the component sends: a stall, never a deadline.
+    VXCloudNetworkTimeouts timeouts = VXCloudServiceConfig::networkTimeouts();
+    timeouts.stall = options.timeout;
+    VXCloudServiceConfig::setNetworkTimeouts(timeouts);
     return options;
 }
 
@@ -62,7 +69,70 @@ int finish(HostContext& context, const CommonOptions& common, const JobReport& r
     return ok ? kExitOk : kExitFailed;
 }
 
+// Where `upload --to` sends: the folder given, else the account's chosen folder, else one
+// picked on the terminal. OneNote takes pages only in a section.
+PickedFolder folderToSendTo(const std::shared_ptr<VXCloudSession>& session, const VXCloudAccount& account,
+                            const JobArgs& args, Prompter& prompter) {
+    const bool oneNote = account.cloudService == VXCloudService::oneNote;
+    const std::string label = accountLabel(account);
+    std::optional<PickedFolder> folder;
+    if (args.folder) {
+        folder = resolveFolderPath(session, *args.folder, args.create);
+    } else if (auto chosen = uploadFolderOf(account)) {
+        folder = PickedFolder{chosen, uploadFolderPath(account).value_or("/" + chosen->name)};
+    } else if (prompter.interactive()) {
+        folder = pickFolderInteractively(session, prompter, label, oneNote ? "section" : "folder to send to");
+        if (!folder) throw CliError("nothing was chosen, so nothing was sent", kExitFailed);
+    } else {
+        throw CliError(std::string("give the ") + (oneNote ? "section with --section NOTEBOOK/SECTION" : "folder with --folder PATH") +
+                           ", or run on a terminal to choose it",
+                       kExitUsage);
+    }
+    if (auto problem = sendTargetProblem(account, *folder)) throw CliError(*problem, kExitUsage);
+    return *folder;
+}
+
+int uploadTo(const CommonOptions& common, const JobArgs& args) {
+    HostContext context(hostOptions(common, false));
+    Prompter prompter = Prompter::forTerminal(common.noInput || common.json);
+    const auto account = resolveAccount(args.to);
+    if (account->cloudService == VXCloudService::webDAV)
+        throw CliError("WebDAV accounts cannot take documents in this version: it does not talk to WebDAV servers");
+    const auto session = initCloudSession(account);
+    if (!session) throw CliError("no session can be made for " + accountLabel(*account) + "; link it again");
+    const PickedFolder folder = folderToSendTo(session, *account, args, prompter);
+    const JobOptions options = jobOptions(args);
+    if (!common.json) {
+        say(account->cloudService == VXCloudService::oneNote
+                ? "Each document becomes a new page in " + folder.displayPath + " of " + accountLabel(*account) + "."
+                : "Sending to " + folder.displayPath + " of " + accountLabel(*account) +
+                      " (no records are kept of documents sent this way).");
+    }
+    const auto sends = sendByHand(args.files, account, folder, boardFor(common), options.timeout);
+    bool ok = true;
+    Json documents = Json::array();
+    for (const auto& send : sends) {
+        ok = ok && send.ok;
+        documents.push_back(Json{{"path", send.path}, {"name", send.name}, {"ok", send.ok},
+                                 {"bytesSent", send.bytesSent}, {"error", send.ok ? Json() : Json(send.note)}});
+        if (!common.json && !send.ok) warn(send.name + ": " + send.note);
+    }
+    if (common.json) {
+        printJson(Json{{"action", "send"}, {"account", accountLabel(*account)}, {"accountType", account->accountType()},
+                       {"folder", folder.displayPath}, {"documents", documents}, {"ok", ok}});
+    }
+    return ok ? kExitOk : kExitFailed;
+}
+
 int upload(const CommonOptions& common, const JobArgs& args) {
+    // A file whose name cannot be a document name is refused before anything starts.
+    for (const auto& file : args.files) {
+        const std::string name = baseName(absolutePath(file));
+        if (auto problem = documentNameProblem(name)) {
+            throw CliError(file + " cannot be uploaded under its name: " + *problem, kExitUsage);
+        }
+    }
+    if (!args.to.empty()) return uploadTo(common, args);
     HostContext context(hostOptions(common, false));
     Prompter prompter = Prompter::forTerminal(common.noInput || common.json);
     DocumentJobs jobs(context, prompter, boardFor(common), jobOptions(args));
@@ -144,7 +214,7 @@ void addJobOptions(CLI::App* command, JobArgs& args, bool withOverwrite) {
         command->add_option("--retries", args.retries,
                             "Answer \"Retry\" this many times without asking when a transfer fails (default 0)");
     }
-    command->add_option("--timeout", args.timeout, "Seconds to wait for the services' answers (default 300)");
+    command->add_option("--timeout", args.timeout, "Seconds a transfer may stand still (nothing sent or received) before it fails; a transfer that keeps moving is never cut short (default 300)");
 }
 
 }  // namespace
@@ -160,7 +230,17 @@ void addDocumentCommands(CommandLine& line) {
                   "Unchanged documents are not sent again; a copy changed elsewhere is a conflict, and you are\n"
                   "asked whether to overwrite it. Shows a progress bar per account on a terminal.");
     uploadCommand->add_option("files", uploadArgs->files, "The PDF documents")->required();
-    uploadCommand->add_option("-a,--account", uploadArgs->accounts, accountHelp);
+    auto* accountOption = uploadCommand->add_option("-a,--account", uploadArgs->accounts, accountHelp);
+    auto* toOption = uploadCommand->add_option(
+        "--to", uploadArgs->to,
+        "Send to this one account by hand, whatever its automatic upload says: how OneNote takes documents,\n"
+        "each one a new page. Nothing is compared or recorded")
+        ->excludes(accountOption);
+    uploadCommand->add_option("--section,--folder", uploadArgs->folder,
+                              "With --to: the OneNote section (NOTEBOOK/SECTION) or folder to send to (default the\n"
+                              "account's chosen folder, or one picked on a terminal)")
+        ->needs(toOption);
+    uploadCommand->add_flag("--create", uploadArgs->create, "With --section: create the notebook and section when missing");
     addJobOptions(uploadCommand, *uploadArgs, true);
     addSandbox(uploadCommand, common);
     addVerbosity(uploadCommand, common);

@@ -65,6 +65,7 @@ int folder(const CommonOptions& common, const FolderArgs& args) {
         return kExitOk;
     }
 
+    if (auto problem = sendTargetProblem(*account, *picked)) throw CliError(*problem, kExitUsage);
     const Json info = picked->uploadFolderInfo();
     const auto oldPath = uploadFolderPath(*account);
     bool moveFiles = args.moveFiles;
@@ -93,13 +94,13 @@ int folder(const CommonOptions& common, const FolderArgs& args) {
         printJson(out);
     } else {
         say("Upload folder for " + label + ": " + picked->displayPath);
-        if (!change.settingsWritten)
+        if (!change.settingsWritten && change.settingsKept)
             warn("the folder is chosen here, but the settings file could not be written to " +
                  displayName(account->cloudService) + ": " + change.settingsProblem);
         if (!account->shouldAutoUpload && !autoUploadRefusal(*account))
             say("Automatic upload is off; turn it on with: vxcloud settings '" + label + "' --auto-upload on");
     }
-    return change.settingsWritten && context.failures() == 0 ? kExitOk : kExitFailed;
+    return (change.settingsWritten || !change.settingsKept) && context.failures() == 0 ? kExitOk : kExitFailed;
 }
 
 }  // namespace

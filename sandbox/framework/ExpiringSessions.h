@@ -34,6 +34,17 @@ public:
         return &it->second.value;
     }
     void erase(const std::string& id) { entries_.erase(id); }
+    // Keeps a live session `lifetime` more seconds from now (providers that extend a
+    // session with every use); false when it is gone.
+    bool renew(const std::string& id, std::int64_t lifetime) {
+        if (!find(id)) return false;
+        entries_[id].expiresAt = clock_.nowSeconds() + lifetime;
+        return true;
+    }
+    // When a live session expires, in seconds since the epoch on the sandbox clock; 0 when gone.
+    std::int64_t expiresAt(const std::string& id) {
+        return find(id) ? entries_[id].expiresAt : 0;
+    }
 
 private:
     struct Entry {

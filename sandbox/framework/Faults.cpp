@@ -1,5 +1,6 @@
 #include "framework/Faults.h"
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 
 #include "framework/Text.h"
@@ -68,10 +69,23 @@ bool apply(FaultSpec& fault, const std::string& key, const std::string& value, b
     } else if (key == "delay") {
         if (!needNumber(0, 600000)) return false;
         fault.delayMs = static_cast<int>(number);
+    } else if (key == "read-rate") {
+        if (!needNumber(1, INT64_MAX / 2)) return false;
+        fault.readBytesPerSecond = number;
     } else if (key == "expire-token") {
         return flag(fault.expireToken);
+    } else if (key == "processed") {
+        return flag(fault.processed);
     } else if (key == "quota-full") {
         return flag(fault.quotaFull);
+    } else if (key == "header") {
+        const auto colon = value.find(':');
+        if (!hasValue || colon == std::string::npos || colon == 0) {
+            return fail(error, "fault \"header\" needs Name:Value");
+        }
+        std::string headerValue = value.substr(colon + 1);
+        while (!headerValue.empty() && headerValue.front() == ' ') headerValue.erase(headerValue.begin());
+        fault.headers.emplace_back(value.substr(0, colon), headerValue);
     } else if (key == "skip") {
         if (!needNumber(0, 1000000)) return false;
         fault.skip = static_cast<int>(number);
@@ -83,9 +97,9 @@ bool apply(FaultSpec& fault, const std::string& key, const std::string& value, b
 
 bool meaningful(const FaultSpec& f, std::string* error) {
     if (f.status == 0 && !f.drop && f.dropAfterBytes < 0 && f.dropResponseAfterBytes < 0 &&
-        f.delayMs == 0 && !f.expireToken && !f.quotaFull && f.retryAfterSeconds < 0) {
+        f.delayMs == 0 && f.readBytesPerSecond == 0 && !f.expireToken && !f.quotaFull && f.retryAfterSeconds < 0) {
         return fail(error, "the fault does nothing (give status, drop, drop-after, "
-                           "drop-response-after, delay, expire-token or quota-full)");
+                           "drop-response-after, delay, read-rate, expire-token or quota-full)");
     }
     return true;
 }
@@ -134,6 +148,15 @@ std::optional<FaultSpec> FaultSpec::fromJson(const Json& value, std::string* err
             if (c == '_') c = '-';
         }
         if (key == "delay-ms") key = "delay";
+        if (key == "headers" && field.is_object()) {
+            for (const auto& [headerName, headerValue] : field.items()) {
+                if (!headerValue.is_string() || !apply(fault, "header", headerName + ":" + headerValue.get<std::string>(), true, error)) {
+                    fail(error, "fault \"headers\" maps names to strings");
+                    return std::nullopt;
+                }
+            }
+            continue;
+        }
         std::string text;
         bool hasValue = true;
         if (field.is_string()) {
@@ -168,9 +191,15 @@ Json FaultSpec::toJson() const {
     if (dropAfterBytes >= 0) out["drop_after"] = dropAfterBytes;
     if (dropResponseAfterBytes >= 0) out["drop_response_after"] = dropResponseAfterBytes;
     if (delayMs) out["delay"] = delayMs;
+    if (readBytesPerSecond) out["read_rate"] = readBytesPerSecond;
     if (expireToken) out["expire_token"] = true;
+    if (processed) out["processed"] = true;
     if (quotaFull) out["quota_full"] = true;
     if (skip) out["skip"] = skip;
+    if (!headers.empty()) {
+        out["headers"] = Json::object();
+        for (const auto& [name, value] : headers) out["headers"][name] = value;
+    }
     return out;
 }
 
@@ -186,9 +215,12 @@ std::string FaultSpec::toString() const {
     if (dropAfterBytes >= 0) add("drop-after=" + std::to_string(dropAfterBytes));
     if (dropResponseAfterBytes >= 0) add("drop-response-after=" + std::to_string(dropResponseAfterBytes));
     if (delayMs) add("delay=" + std::to_string(delayMs));
+    if (readBytesPerSecond) add("read-rate=" + std::to_string(readBytesPerSecond));
     if (expireToken) add("expire-token");
+    if (processed) add("processed");
     if (quotaFull) add("quota-full");
     if (skip) add("skip=" + std::to_string(skip));
+    for (const auto& [name, value] : headers) add("header=" + urlEncode(name + ":" + value));
     return out;
 }
 
@@ -218,7 +250,41 @@ std::optional<FaultSpec> FaultInjector::take(const std::string& route, const std
     if (!provider.empty()) {
         if (auto fault = takeFrom(provider + "/*")) return fault;
     }
-    return takeFrom("*");
+    if (auto fault = takeFrom("*")) return fault;
+    return drawRandom();
+}
+
+void FaultInjector::setRandom(double rate, std::uint64_t seed) {
+    std::lock_guard lock(mutex_);
+    randomRate_ = std::clamp(rate, 0.0, 1.0);
+    random_.seed(seed);
+    randomDrawn_ = 0;
+}
+
+std::int64_t FaultInjector::randomDrawn() const {
+    std::lock_guard lock(mutex_);
+    return randomDrawn_;
+}
+
+std::optional<FaultSpec> FaultInjector::drawRandom() {
+    if (randomRate_ <= 0) return std::nullopt;
+    if (std::uniform_real_distribution<double>(0, 1)(random_) >= randomRate_) return std::nullopt;
+    FaultSpec fault;
+    switch (std::uniform_int_distribution<int>(0, 8)(random_)) {
+        case 0: fault.status = 429; fault.retryAfterSeconds = 1; break;
+        case 1: fault.status = 429; break;
+        case 2: fault.status = 503; fault.retryAfterSeconds = 1; break;
+        case 3: fault.status = 503; break;
+        case 4: fault.drop = true; break;
+        // Cuts the request's body, or the answer's when the request has none.
+        case 5: fault.dropAfterBytes = std::uniform_int_distribution<std::int64_t>(0, 4096)(random_); break;
+        // The work is done and the answer is lost: the client must look before doing it again.
+        case 6: fault.dropResponseAfterBytes = std::uniform_int_distribution<std::int64_t>(0, 64)(random_); break;
+        case 7: fault.delayMs = std::uniform_int_distribution<int>(50, 400)(random_); break;
+        default: fault.expireToken = true; break;
+    }
+    ++randomDrawn_;
+    return fault;
 }
 
 void FaultInjector::clear(const std::string& route) {

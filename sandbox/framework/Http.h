@@ -22,14 +22,6 @@ struct CaseInsensitiveLess {
 };
 using HeaderMap = std::multimap<std::string, std::string, CaseInsensitiveLess>;
 
-// One part of a multipart/form-data body, in the order the client sent them.
-struct FormPart {
-    std::string name;
-    std::string filename;
-    std::string contentType;
-    std::string data;
-};
-
 struct Request {
     std::string method;                  // "GET", "POST", ...
     std::string path;                    // without the query
@@ -37,8 +29,7 @@ struct Request {
     std::vector<std::string> captures;   // the route pattern's groups
     HeaderMap headers;
     std::multimap<std::string, std::string> query;  // decoded
-    ByteBuffer body;                     // empty for multipart/form-data (see parts)
-    std::vector<FormPart> parts;
+    ByteBuffer body;                     // as sent, multipart bodies too (framework/Multipart.h)
     std::string routeKey;
     // Set by an injected fault: the account's storage counts as full for this request.
     bool quotaFull = false;
@@ -85,6 +76,20 @@ public:
     void exact(const std::string& method, const std::string& path, const std::string& key,
                Handler handler);
     static std::string escape(std::string_view literal);
+};
+
+// Wraps every handler a registration adds, so a module can look at a request before the
+// framework's own handler does (OAuthEndpoints' routes, for a provider's extra checks).
+class WrappingRouter : public Router {
+public:
+    WrappingRouter(Router& inner, std::function<Handler(Handler)> wrap) : inner_(inner), wrap_(std::move(wrap)) {}
+    void add(const std::string& method, const std::string& pattern, const std::string& key, Handler handler) override {
+        inner_.add(method, pattern, key, wrap_(std::move(handler)));
+    }
+
+private:
+    Router& inner_;
+    std::function<Handler(Handler)> wrap_;
 };
 
 }  // namespace vxcloud::sandbox

@@ -180,6 +180,10 @@ bool Sandbox::enqueueFault(const std::string& route, const FaultSpec& fault, int
 
 void Sandbox::clearFaults(const std::string& route) { impl_->faults.clear(route); }
 
+void Sandbox::setRandomFaults(double rate, std::uint64_t seed) { impl_->faults.setRandom(rate, seed); }
+
+std::int64_t Sandbox::randomFaultsDrawn() const { return impl_->faults.randomDrawn(); }
+
 RouteStats Sandbox::stats(const std::string& route) const {
     RouteStats s = impl_->counters.get(route);
     s.faultsPending = impl_->faults.pending(route);

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <thread>
 
 #include "framework/Certificates.h"
 #include "framework/Connection.h"
@@ -15,6 +16,8 @@ namespace vxcloud::sandbox {
 namespace {
 
 constexpr const char* kFaultHeader = "X-Sandbox-Fault";
+// Where a multipart/form-data Content-Type waits while the library reads the body (below).
+constexpr const char* kHeldContentType = "X-Sandbox-Held-Content-Type";
 
 struct Route {
     ProviderModule* module = nullptr;
@@ -93,10 +96,12 @@ struct Server::Impl {
     // Reads the request body into `request`, counting bytes; stops after `cutAt` bytes when
     // that is not negative.
     BodyRead readBody(const httplib::Request& raw, const httplib::ContentReader* reader, Request& request,
-                  std::int64_t cutAt, const std::string& key, const std::string& provider) {
+                  std::int64_t cutAt, const std::string& key, const std::string& provider,
+                  std::int64_t bytesPerSecond = 0) {
         std::int64_t received = 0;
         bool cut = false;
         bool ok = true;
+        const auto started = std::chrono::steady_clock::now();
         auto take = [&](const char* data, std::size_t length, std::string& into) {
             std::size_t keep = length;
             if (cutAt >= 0 && received + static_cast<std::int64_t>(length) >= cutAt) {
@@ -105,6 +110,10 @@ struct Server::Impl {
             }
             into.append(data, keep);
             received += static_cast<std::int64_t>(keep);
+            // A slow uplink: what has arrived may not have taken less than the rate allows.
+            if (bytesPerSecond > 0) {
+                std::this_thread::sleep_until(started + std::chrono::microseconds(received * 1000000 / bytesPerSecond));
+            }
             return !cut;
         };
         if (reader && !requestHasBody(raw)) {
@@ -113,16 +122,6 @@ struct Server::Impl {
             std::string body;
             take(raw.body.data(), raw.body.size(), body);
             request.body = ByteBuffer::adopt(std::move(body));
-        } else if (raw.is_multipart_form_data()) {
-            ok = (*reader)(
-                [&](const httplib::MultipartFormData& header) {
-                    request.parts.push_back(FormPart{header.name, header.filename, header.content_type, {}});
-                    return true;
-                },
-                [&](const char* data, std::size_t length) {
-                    if (request.parts.empty()) return false;
-                    return take(data, length, request.parts.back().data);
-                });
         } else {
             std::string body;
             const auto declared = raw.get_header_value("Content-Length");
@@ -172,6 +171,8 @@ struct Server::Impl {
         }
         response.status = fault.status;
         if (fault.retryAfterSeconds >= 0) response.setHeader("Retry-After", std::to_string(fault.retryAfterSeconds));
+        // Appended as written: some hosts send lower-case names a client must still read.
+        for (const auto& [name, value] : fault.headers) response.headers.emplace_back(name, value);
     }
 
     void handle(const httplib::Request& raw, httplib::Response& rawResponse, const httplib::ContentReader* reader) {
@@ -182,7 +183,15 @@ struct Server::Impl {
         request.method = raw.method;
         request.path = raw.path;
         request.target = raw.target;
-        for (const auto& [name, value] : raw.headers) request.headers.emplace(name, value);
+        const bool held = raw.has_header(kHeldContentType);
+        for (const auto& [name, value] : raw.headers) {
+            if (held && asciiLower(name) == "content-type") continue;
+            if (held && asciiLower(name) == asciiLower(kHeldContentType)) {
+                request.headers.emplace("Content-Type", value);
+            } else {
+                request.headers.emplace(name, value);
+            }
+        }
         for (const auto& [name, value] : raw.params) request.query.emplace(name, value);
 
         const Route* route = match(raw.method, raw.path, request.captures);
@@ -230,7 +239,7 @@ struct Server::Impl {
             if (fault->dropAfterBytes >= 0) (hasBody ? cutRequestAt : cutResponseAt) = fault->dropAfterBytes;
             if (fault->dropResponseAfterBytes >= 0) cutResponseAt = fault->dropResponseAfterBytes;
         }
-        switch (readBody(raw, reader, request, cutRequestAt, key, provider)) {
+        switch (readBody(raw, reader, request, cutRequestAt, key, provider, fault ? fault->readBytesPerSecond : 0)) {
             case BodyRead::complete: break;
             case BodyRead::cut: dropConnection(addressOf(raw)); return;
             case BodyRead::failed: return;  // the client went away mid-body: nothing is processed
@@ -243,7 +252,7 @@ struct Server::Impl {
                 if (const auto token = request.bearerToken()) module->tokens().expireAccessTokens({}, *token);
             }
             if (fault && fault->quotaFull) request.quotaFull = true;
-            if (fault && fault->status) {
+            if (fault && fault->status && !fault->processed) {
                 injected(*fault, module, request, response);
             } else {
                 try {
@@ -254,6 +263,11 @@ struct Server::Impl {
                 } catch (...) {
                     response = Response{};
                     response.text(500, "Sandbox failure\n");
+                }
+                // The work is done, but the answer says otherwise.
+                if (fault && fault->status) {
+                    response = Response{};
+                    injected(*fault, module, request, response);
                 }
             }
             if (module) module->decorateResponse(request, response);
@@ -319,6 +333,19 @@ bool Server::start(const std::string& host, int port, std::string& error, const 
     auto streamed = [impl](const httplib::Request& q, httplib::Response& r, const httplib::ContentReader& c) {
         impl->handle(q, r, &c);
     };
+    // The library would parse multipart/form-data bodies itself, leniently, and answer a
+    // malformed one with a bare 400; modules get such bodies whole instead, to check them and
+    // word refusals as their provider does (framework/Multipart.h). The Content-Type is held
+    // aside while the body is read, then restored for the module.
+    http->set_pre_routing_handler([](const httplib::Request& q, httplib::Response&) {
+        auto& headers = const_cast<httplib::Request&>(q).headers;
+        const auto type = headers.find("Content-Type");
+        if (type != headers.end() && asciiLower(type->second).rfind("multipart/form-data", 0) == 0) {
+            headers.emplace(kHeldContentType, type->second);
+            type->second = "application/octet-stream";
+        }
+        return httplib::Server::HandlerResponse::Unhandled;
+    });
     http->Get(".*", plain);
     http->Options(".*", plain);
     http->Post(".*", streamed);

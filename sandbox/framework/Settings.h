@@ -61,6 +61,22 @@ SettingField<S> setting(std::string key, bool S::*field) {
     return {key, assign, [field](const S& settings) { return nlohmann::json(settings.*field); }};
 }
 
+// One of a few words ("personal", "business").
+template <class S>
+SettingField<S> setting(std::string key, std::string S::*field, std::vector<std::string> allowed) {
+    auto assign = [=](S& settings, const nlohmann::json& value, std::string& error) {
+        if (!value.is_string() || std::find(allowed.begin(), allowed.end(), value.get<std::string>()) == allowed.end()) {
+            std::string words;
+            for (const auto& word : allowed) words += (words.empty() ? "" : ", ") + word;
+            error = key + " must be one of: " + words;
+            return false;
+        }
+        settings.*field = value.get<std::string>();
+        return true;
+    };
+    return {key, assign, [field](const S& settings) { return nlohmann::json(settings.*field); }};
+}
+
 // The settings of one module, seen without their type.
 class BoundSettings {
 public:

@@ -208,6 +208,13 @@ bool Tree::fits(std::int64_t growth) const {
 
 void Tree::markChanged(Node& node) { node.changeSeq = ++changeSeq_; }
 
+std::string Store::ownerOf(const Tree& tree) const {
+    for (const auto& [accountId, owned] : trees_) {
+        if (owned.get() == &tree) return accountId;
+    }
+    return {};
+}
+
 Tree& Store::tree(const std::string& accountId) {
     auto& slot = trees_[accountId];
     if (!slot) slot = std::make_unique<Tree>(scheme_, clock_);

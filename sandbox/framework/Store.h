@@ -124,6 +124,9 @@ public:
     Store(IdScheme scheme, const Clock& clock) : scheme_(std::move(scheme)), clock_(clock) {}
     std::mutex& mutex() const { return mutex_; }
     Tree& tree(const std::string& accountId);  // created on first use
+    // The account a tree belongs to (empty when it is not this store's), for a module that
+    // renders a node without a request at hand.
+    std::string ownerOf(const Tree& tree) const;
     const IdScheme& scheme() const { return scheme_; }
 
 private:

@@ -279,6 +279,12 @@ std::string randomToken(std::size_t length) {
     return out;
 }
 
+std::string randomGuid() {
+    const std::string hex = randomHex(32);
+    return hex.substr(0, 8) + "-" + hex.substr(8, 4) + "-" + hex.substr(12, 4) + "-" + hex.substr(16, 4) + "-" +
+           hex.substr(20);
+}
+
 std::string randomHex(std::size_t length) {
     static const char* digits = "0123456789abcdef";
     std::lock_guard lock(rngMutex());
@@ -355,6 +361,18 @@ std::int64_t parseUtc(std::string_view text) {
     // Exactly YYYY-MM-DDTHH:MM:SSZ.
     if (text.size() != 20 || text[10] != 'T' || text[19] != 'Z') return -1;
     return parseRfc3339(text);
+}
+
+std::string mimeTypeForName(std::string_view name) {
+    static const std::map<std::string, std::string> types = {
+        {"pdf", "application/pdf"},   {"json", "application/json"}, {"txt", "text/plain"},
+        {"jpg", "image/jpeg"},        {"jpeg", "image/jpeg"},       {"png", "image/png"},
+        {"tif", "image/tiff"},        {"tiff", "image/tiff"},
+    };
+    const auto dot = name.rfind('.');
+    if (dot == std::string_view::npos) return "application/octet-stream";
+    const auto it = types.find(asciiLower(name.substr(dot + 1)));
+    return it == types.end() ? "application/octet-stream" : it->second;
 }
 
 }  // namespace vxcloud::sandbox

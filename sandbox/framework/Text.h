@@ -30,7 +30,13 @@ std::string appendQuery(const std::string& url, const std::map<std::string, std:
 // Thread-safe random helpers (not for real secrets, but unpredictable between runs).
 std::string randomToken(std::size_t length);  // [A-Za-z0-9_-]
 std::string randomHex(std::size_t length);
+// "8-4-4-4-12" hex digits, the shape of request and trace ids.
+std::string randomGuid();
 std::uint64_t randomNumber();
+
+// The media type a provider derives from a file name's extension (application/octet-stream
+// when it knows none).
+std::string mimeTypeForName(std::string_view name);
 
 // "%Y-%m-%dT%H:%M:%SZ" in UTC, and its strict parser (-1 when the text does not match).
 std::string formatUtc(std::int64_t secondsSinceEpoch);

@@ -73,19 +73,6 @@ std::string idToken(const AccountInfo& account, const std::vector<std::string>& 
     return signingInput + "." + base64UrlEncode(sha256Raw(signingInput + "/vxcloud-sandbox"));
 }
 
-// Wraps every handler a registration adds, to look at the request first.
-class WrappingRouter : public Router {
-public:
-    WrappingRouter(Router& inner, std::function<Handler(Handler)> wrap) : inner_(inner), wrap_(std::move(wrap)) {}
-    void add(const std::string& method, const std::string& pattern, const std::string& key, Handler handler) override {
-        inner_.add(method, pattern, key, wrap_(std::move(handler)));
-    }
-
-private:
-    Router& inner_;
-    std::function<Handler(Handler)> wrap_;
-};
-
 void oauthJsonError(Response& response, int status, const std::string& error, const std::string& description) {
     response.json(status, {{"error", error}, {"error_description", description}});
     response.setHeader("Cache-Control", "no-store");

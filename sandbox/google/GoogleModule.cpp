@@ -104,17 +104,6 @@ std::string defaultReason(int status) {
     }
 }
 
-std::string guessMimeType(const std::string& name) {
-    const auto dot = name.rfind('.');
-    const std::string ext = dot == std::string::npos ? "" : asciiLower(name.substr(dot + 1));
-    if (ext == "pdf") return "application/pdf";
-    if (ext == "json") return "application/json";
-    if (ext == "txt") return "text/plain";
-    if (ext == "jpg" || ext == "jpeg") return "image/jpeg";
-    if (ext == "png") return "image/png";
-    return "application/octet-stream";
-}
-
 }  // namespace
 
 void fail(int status, std::string reason, std::string message, std::string location, std::string locationType) {
@@ -200,7 +189,7 @@ std::string GoogleModule::mimeTypeOf(const Node& node) {
     if (node.isFolder) return kFolderMimeType;
     const auto it = node.attributes.find("mimeType");
     if (it != node.attributes.end() && it->is_string()) return it->get<std::string>();
-    return guessMimeType(node.name);
+    return mimeTypeForName(node.name);
 }
 
 bool GoogleModule::isNativeDocument(const Node& node) {

@@ -4,83 +4,12 @@
 // multiples of 256 KiB, with 308 Resume Incomplete and status queries).
 #include <algorithm>
 
+#include "framework/Multipart.h"
 #include "framework/Text.h"
 #include "google/GoogleModule.h"
 
 namespace vxcloud::sandbox::google {
 namespace {
-
-struct Part {
-    std::string contentType;
-    ByteBuffer content;
-};
-
-std::string boundaryOf(const std::string& contentType) {
-    const std::string lower = asciiLower(contentType);
-    const auto at = lower.find("boundary=");
-    if (at == std::string::npos) return {};
-    std::string boundary = contentType.substr(at + 9);
-    boundary = boundary.substr(0, boundary.find(';'));
-    while (!boundary.empty() && boundary.back() == ' ') boundary.pop_back();
-    if (boundary.size() >= 2 && boundary.front() == '"' && boundary.back() == '"') {
-        boundary = boundary.substr(1, boundary.size() - 2);
-    }
-    return boundary;
-}
-
-// The parts of a multipart/related body, as slices of it (RFC 2046: CRLF line ends, parts
-// between "--boundary" lines, "--boundary--" at the end).
-std::vector<Part> multipartParts(const ByteBuffer& body, const std::string& boundary) {
-    auto malformed = [] { fail(400, "badRequest", "Malformed multipart body."); };
-    if (boundary.empty()) malformed();
-    const std::string_view text = body.view();
-    const std::string delimiter = "--" + boundary;
-    std::size_t pos = text.find(delimiter);
-    if (pos == std::string_view::npos || (pos != 0 && text.substr(pos - 2, 2) != "\r\n")) malformed();
-    std::vector<Part> parts;
-    for (;;) {
-        pos += delimiter.size();
-        if (text.substr(pos, 2) == "--") break;  // the closing delimiter; an epilogue may follow
-        if (text.substr(pos, 2) != "\r\n") malformed();
-        pos += 2;
-        const std::size_t headersEnd = text.find("\r\n\r\n", pos);
-        std::size_t contentStart = 0;
-        std::string_view headers;
-        if (text.substr(pos, 2) == "\r\n") {  // a part without headers
-            contentStart = pos + 2;
-        } else {
-            if (headersEnd == std::string_view::npos) malformed();
-            headers = text.substr(pos, headersEnd - pos);
-            contentStart = headersEnd + 4;
-        }
-        const std::size_t next = text.find("\r\n" + delimiter, contentStart);
-        if (next == std::string_view::npos) malformed();
-        Part part;
-        std::size_t line = 0;
-        while (line < headers.size()) {
-            std::size_t end = headers.find("\r\n", line);
-            if (end == std::string_view::npos) end = headers.size();
-            const std::string_view header = headers.substr(line, end - line);
-            const auto colon = header.find(':');
-            if (colon != std::string_view::npos && asciiLower(header.substr(0, colon)) == "content-type") {
-                std::string value(header.substr(colon + 1));
-                value.erase(0, value.find_first_not_of(' '));
-                part.contentType = value;
-            }
-            line = end + 2;
-        }
-        part.content = body.slice(contentStart, next - contentStart);
-        parts.push_back(std::move(part));
-        pos = next + 2;
-    }
-    return parts;
-}
-
-std::string mediaTypeOf(const std::string& contentType) {
-    std::string type = contentType.substr(0, contentType.find(';'));
-    while (!type.empty() && type.back() == ' ') type.pop_back();
-    return asciiLower(type);
-}
 
 std::string uploadType(const Request& request) {
     const auto type = request.queryParam("uploadType");
@@ -145,13 +74,14 @@ UploadBody uploadBody(const Request& request, const std::string& type) {
         if (request.mediaType() != "multipart/related") {
             fail(400, "badRequest", "Multipart uploads are multipart/related.");
         }
-        const auto parts = multipartParts(request.body, boundaryOf(contentType));
-        if (parts.size() != 2 || mediaTypeOf(parts[0].contentType) != "application/json") {
+        const auto parts = parseMultipart(request.body, multipartBoundary(contentType));
+        if (!parts) fail(400, "badRequest", "Malformed multipart body.");
+        if (parts->size() != 2 || mediaTypeOf((*parts)[0].header("Content-Type").value_or("")) != "application/json") {
             fail(400, "badRequest", "A multipart upload holds the JSON metadata, then the content.");
         }
-        body.metadata = metadataObject(parts[0].content.view());
-        body.content = parts[1].content;
-        contentType = parts[1].contentType;
+        body.metadata = metadataObject((*parts)[0].content.view());
+        body.content = (*parts)[1].content;
+        contentType = (*parts)[1].header("Content-Type").value_or("");
     }
     body.mediaType = mediaTypeOf(contentType);
     return body;

@@ -12,6 +12,7 @@
 #include <mutex>
 #include <thread>
 
+#include "platform/HtmlText.h"
 #include "vxcloud/platform/Log.h"
 
 namespace vxcloud::auth {
@@ -22,22 +23,6 @@ namespace {
 constexpr int kRequestWaitMs = 2000;
 constexpr std::size_t kMaxRequestHead = 16 * 1024;
 constexpr int kPollTickMs = 100;
-
-std::string htmlEscape(const std::string& text) {
-    std::string out;
-    out.reserve(text.size());
-    for (char c : text) {
-        switch (c) {
-            case '&': out += "&amp;"; break;
-            case '<': out += "&lt;"; break;
-            case '>': out += "&gt;"; break;
-            case '"': out += "&quot;"; break;
-            case '\'': out += "&#39;"; break;
-            default: out += c;
-        }
-    }
-    return out;
-}
 
 const char* reasonPhrase(int status) {
     switch (status) {

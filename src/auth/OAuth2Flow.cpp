@@ -86,8 +86,16 @@ ErrorCode classifySignInError(VXCloudService service, const ProviderError& error
 
 ErrorCode classifyTokenEndpointError(VXCloudService service, const ProviderError& error) {
     const int status = error.httpStatus.value_or(0);
-    if (status == 429 || status >= 500) return ErrorCode::connection;
-    if (error.oauthError == "invalid_grant" || status == 401) return ErrorCode::authentication;
+    const std::string oauthError = error.oauthError.value_or("");
+    // RFC 6749's words for server trouble, which a redirect can carry too.
+    if (status == 429 || status >= 500 || oauthError == "server_error" || oauthError == "temporarily_unavailable") {
+        return ErrorCode::connection;
+    }
+    // OpenID Connect's words for "only the person can go on": sign in again.
+    if (oauthError == "invalid_grant" || oauthError == "interaction_required" || oauthError == "login_required" ||
+        oauthError == "consent_required" || status == 401) {
+        return ErrorCode::authentication;
+    }
     return VXCloudError::initWithError(error, service)->errorCode;
 }
 

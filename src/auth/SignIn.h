@@ -24,8 +24,9 @@ struct SignIn {
     ErrorCode (*classify)(VXCloudService service, const ProviderError& error) = nullptr;
 };
 
-// The usual reading of a token endpoint's errors: 429 and 5xx are `connection`, a refused
-// grant or 401 `authentication`, anything else the service's classifier.
+// The usual reading of a token endpoint's (and a redirect's) errors: 429, 5xx and the
+// server-trouble words are `connection`; a refused grant, an interaction the person must
+// make, or 401 `authentication`; anything else the service's classifier.
 ErrorCode classifyTokenEndpointError(VXCloudService service, const ProviderError& error);
 
 // A sign-in result that ends the attempt at once with an error.
@@ -33,5 +34,10 @@ SignInStart signInRefused(ErrorCode code, const std::string& message);
 
 extern const SignIn kDropboxSignIn;
 extern const SignIn kGoogleSignIn;
+// Microsoft's identity platform, for OneDrive and for OneNote (its own account and scopes).
+extern const SignIn kOneDriveSignIn;
+extern const SignIn kOneNoteSignIn;
+// The endpoint naming Microsoft Graph's root for OneNote, whose base is the notes service.
+inline constexpr const char* kGraphRootEndpointKey = "graph";
 
 }  // namespace vxcloud::auth

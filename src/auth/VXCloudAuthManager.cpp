@@ -129,7 +129,9 @@ void VXCloudAuthManager::handleDropboxAuth(std::shared_ptr<VXCloudUserAgent> fro
 }
 
 void VXCloudAuthManager::handleOneDriveOneNoteAuth(VXCloudService cloudService) {
-    authorize(nullptr, cloudService == VXCloudService::oneNote ? VXCloudService::oneNote : VXCloudService::oneDrive);
+    // The host gives no screen here: Microsoft's page opens in the person's browser.
+    authorize(VXCloudUserAgent::systemBrowser(),
+              cloudService == VXCloudService::oneNote ? VXCloudService::oneNote : VXCloudService::oneDrive);
 }
 
 void VXCloudAuthManager::handleBoxAuth() { authorize(nullptr, VXCloudService::box); }

@@ -153,6 +153,10 @@ void VXCloudAccountActions::selectUploadFolder(std::shared_ptr<VXCloudAccount> a
         completeOnMain(std::move(completion), std::move(change));
     };
 
+    // Those sessions would never answer the upload of the settings document.
+    if (!serviceDescriptor(account->cloudService).keepsSettingsDocument) {
+        return announce(VXCloudUploadFolderChange{Settings::notKept, nullptr});
+    }
     if (!session) session = initCloudSession(account);
     if (!session) return announce(VXCloudUploadFolderChange{Settings::noSession, nullptr});
 

@@ -14,6 +14,7 @@
 #include "vxcloud/model/VXCloudError.h"
 #include "vxcloud/model/VXCloudFile.h"
 #include "vxcloud/model/VXCloudFileHasher.h"
+#include "vxcloud/model/VXCloudServiceRegistry.h"
 #include "vxcloud/model/VXCloudUserDefaults.h"
 #include "vxcloud/platform/Log.h"
 #include "vxcloud/platform/Reachability.h"
@@ -55,6 +56,9 @@ VXCloudAccountList VXCloudTask::accountsFor(const std::optional<VXCloudAccountLi
 bool VXCloudTask::isEligible(const VXCloudAccount& account,
                              std::optional<ReachabilityStatus>& reachability) {
     if (!account.shouldAutoUpload) return false;
+    // A session that never answers some calls (OneNote's rename and move) must not be waited
+    // on, whatever a stored preference says: such services are reached by manual upload only.
+    if (noAutoUploadReason(account.cloudService)) return false;
     if (account.onlyWifiUpload) {
         // Asked once per request; a change of network during the transfer is not watched.
         if (!reachability) reachability = currentReachabilityStatus();

@@ -1,5 +1,7 @@
 #include "vxcloud/engine/VXCloudUtils.h"
 
+#include <cstdint>
+
 #include "vxcloud/model/VXCloudConstants.h"
 #include "vxcloud/model/VXCloudServiceRegistry.h"
 #include "vxcloud/platform/ResourceBundle.h"
@@ -44,5 +46,41 @@ std::optional<std::string> VXCloudPendingImage() { return bundleImage("upload-pe
 std::optional<std::string> VXCloudSuccessImage() { return bundleImage("upload-success"); }
 std::optional<std::string> VXCloudAccountErrorImage() { return bundleImage("account-error"); }
 std::optional<std::string> VXCloudConnectionErrorImage() { return bundleImage("connection-error"); }
+
+bool isSendableName(std::string_view name) {
+    std::size_t i = 0;
+    while (i < name.size()) {
+        const auto byte = static_cast<unsigned char>(name[i]);
+        if (byte == 0) return false;
+        if (byte < 0x80) {
+            ++i;
+            continue;
+        }
+        std::size_t length = 0;
+        std::uint32_t code = 0;
+        if ((byte & 0xE0) == 0xC0) {
+            length = 2;
+            code = byte & 0x1F;
+        } else if ((byte & 0xF0) == 0xE0) {
+            length = 3;
+            code = byte & 0x0F;
+        } else if ((byte & 0xF8) == 0xF0) {
+            length = 4;
+            code = byte & 0x07;
+        } else {
+            return false;
+        }
+        if (i + length > name.size()) return false;
+        for (std::size_t k = 1; k < length; ++k) {
+            const auto next = static_cast<unsigned char>(name[i + k]);
+            if ((next & 0xC0) != 0x80) return false;
+            code = (code << 6) | (next & 0x3F);
+        }
+        static constexpr std::uint32_t kSmallest[] = {0, 0, 0x80, 0x800, 0x10000};
+        if (code < kSmallest[length] || code > 0x10FFFF || (code >= 0xD800 && code <= 0xDFFF)) return false;
+        i += length;
+    }
+    return true;
+}
 
 }  // namespace vxcloud

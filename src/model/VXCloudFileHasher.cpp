@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "model/QuickXorHash.h"
+#include "vxcloud/model/VXCloudOneDriveVersion.h"
 
 namespace vxcloud {
 namespace {
@@ -89,7 +90,11 @@ std::optional<std::string> VXCloudFileHasher::hash(const ByteBuffer& fileData,
         case VXCloudService::googleDrive:
         case VXCloudService::evernote: return hexDigestOf(EVP_md5(), fileData);
         case VXCloudService::dropbox: return dropboxHash(fileData);
-        case VXCloudService::oneDrive:
+        case VXCloudService::oneDrive: {
+            auto sha1 = hexDigestOf(EVP_sha1(), fileData);
+            if (!sha1) return std::nullopt;
+            return VXCloudOneDriveVersion{std::move(*sha1), quickXorHash(fileData)}.text();
+        }
         case VXCloudService::oneNote:
         case VXCloudService::box: return hexDigestOf(EVP_sha1(), fileData);
         case VXCloudService::webDAV: return std::string();

@@ -9,6 +9,8 @@
 #include "vxcloud/model/VXCloudConstants.h"
 #include "vxcloud/sessions/VXCloudDropboxSession.h"
 #include "vxcloud/sessions/VXCloudGoogleDriveSession.h"
+#include "vxcloud/sessions/VXCloudOneDriveSession.h"
+#include "vxcloud/sessions/VXCloudOneNoteSession.h"
 #include "vxcloud/sessions/VXCloudWebDAVSession.h"
 
 namespace vxcloud {
@@ -30,6 +32,11 @@ constexpr Extra kGoogleExtra[] = {
     {"userinfo", "https://openidconnect.googleapis.com/v1/userinfo"},
 };
 
+// Graph's root, whose drive names the signed-in account: OneNote's base is the notes service below it.
+constexpr Extra kOneNoteExtra[] = {
+    {"graph", "https://graph.microsoft.com/v1.0"},
+};
+
 constexpr Field kGoogleCredentials[] = {
     {"client_id", "client id", Role::clientId, true,
      "an OAuth client of type \"Desktop app\" in the Google Cloud console"},
@@ -47,7 +54,10 @@ constexpr Field kDropboxCredentials[] = {
 };
 
 constexpr Field kOneDriveCredentials[] = {
-    {"application_id", "application id", Role::clientId, true, ""},
+    // Microsoft ignores the port of a loopback redirect, so any free port is used.
+    {"application_id", "application id", Role::clientId, true,
+     "the Application (client) ID of an app registration in Microsoft Entra that allows public client "
+     "flows, with http://127.0.0.1 as a redirect URI of the \"Mobile and desktop applications\" platform"},
 };
 
 constexpr Field kBoxCredentials[] = {
@@ -98,14 +108,17 @@ constinit const std::array<VXCloudServiceDescriptor, 7> kEntries = {{
         .keyPrefix = "VX_OneDrive_",
         .iconName = "onedrive",
         .displayName = "OneDrive",
+        .makeSession = make<VXCloudOneDriveSession>,
         // Microsoft Graph, and the identity platform's endpoints for work and personal accounts.
         .endpoints = {"https://graph.microsoft.com/v1.0", "",
                       "https://login.microsoftonline.com/common/oauth2/v2.0/authorize",
                       "https://login.microsoftonline.com/common/oauth2/v2.0/token", {}},
+        .signIn = &auth::kOneDriveSignIn,
         .credentialsSection = "one_drive",
         .environmentName = "ONEDRIVE",
         .credentials = kOneDriveCredentials,
         .singleAccount = true,
+        .overwritesChangedCopy = false,
     },
     {
         .service = VXCloudService::oneNote,
@@ -113,10 +126,18 @@ constinit const std::array<VXCloudServiceDescriptor, 7> kEntries = {{
         .keyPrefix = "VX_OneNote_",
         .iconName = "onenote",
         .displayName = "OneNote",
-        // Signed in to through OneDrive's registration.
+        .makeSession = make<VXCloudOneNoteSession>,
+        // The notes service on Microsoft Graph; the older host's base
+        // ("https://www.onenote.com/api/v1.0/me/notes") may be configured instead.
+        .endpoints = {"https://graph.microsoft.com/v1.0/me/onenote", "",
+                      "https://login.microsoftonline.com/common/oauth2/v2.0/authorize",
+                      "https://login.microsoftonline.com/common/oauth2/v2.0/token", kOneNoteExtra},
+        // Signed in to through OneDrive's registration, as an account of its own.
+        .signIn = &auth::kOneNoteSignIn,
         .credentialsSection = "one_drive",
         .environmentName = "ONEDRIVE",
         .credentials = kOneDriveCredentials,
+        .keepsSettingsDocument = false,
         .noAutoUploadReason = "OneNote does not support automatic uploads. Please use OneDrive instead.",
     },
     {
@@ -148,6 +169,7 @@ constinit const std::array<VXCloudServiceDescriptor, 7> kEntries = {{
         .displayName = "WebDAV",
         .makeSession = make<VXCloudWebDAVSession>,
         .linking = VXCloudLinking::accountForm,
+        .keepsSettingsDocument = false,
         // The WebDAV session never answers an upload, so one would never finish.
         .noAutoUploadReason = "WebDAV accounts cannot upload automatically: this version keeps WebDAV accounts but "
                               "does not send documents to WebDAV servers, so an upload would never finish.",

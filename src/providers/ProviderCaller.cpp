@@ -1,9 +1,11 @@
 #include "providers/ProviderCaller.h"
 
 #include <algorithm>
+#include <thread>
 #include <utility>
 
 #include "vxcloud/platform/Log.h"
+#include "vxcloud/sessions/VXCloudServiceConfig.h"
 
 namespace vxcloud::providers {
 
@@ -45,6 +47,9 @@ CallResult<HttpResponse> ProviderCaller::send(const ApiRequest& request) const {
     http.followRedirects = request.followRedirects;
     http.onUploadProgress = request.onSent;
     http.onBodyChunk = request.onBodyChunk;
+    const VXCloudNetworkTimeouts timeouts = VXCloudServiceConfig::networkTimeouts();
+    http.connectTimeout = timeouts.connect;
+    http.idleTimeout = timeouts.stall;
 
     // One budget for the whole request: the transport's repeats and the resend after a
     // refresh all draw on it, so no loop multiplies another's attempts.
@@ -53,8 +58,17 @@ CallResult<HttpResponse> ProviderCaller::send(const ApiRequest& request) const {
     bool refreshed = false;
     std::optional<oauth::TokenResult> token;
     if (request.authorized) token = tokens_->accessToken();
+    std::optional<std::string> rejected;  // the token a 401 refused, while its refresh is tried
+    int tokenAttempts = 0;
     for (;;) {
         if (token) {
+            // A refresh that met the network or a failing token endpoint is tried again like
+            // any request, within the same budget; only a refused grant ends at once.
+            while (!token->accessToken && token->failure->passing() && attemptsLeft > 1) {
+                --attemptsLeft;
+                std::this_thread::sleep_for(policy.delayBefore(++tokenAttempts + 1, HttpResponse{}));
+                token = rejected ? tokens_->refreshAfterRejection(*rejected) : tokens_->accessToken();
+            }
             if (!token->accessToken) {
                 ProviderError error =
                     hooks_.tokenFailure ? hooks_.tokenFailure(*token->failure) : token->failure->error;
@@ -76,7 +90,8 @@ CallResult<HttpResponse> ProviderCaller::send(const ApiRequest& request) const {
             // The resend with a new token is the one attempt the budget always grants.
             refreshed = true;
             attemptsLeft = std::max(attemptsLeft, 1);
-            token = tokens_->refreshAfterRejection(*token->accessToken);
+            rejected = *token->accessToken;
+            token = tokens_->refreshAfterRejection(*rejected);
             continue;
         }
         ProviderError error = failure(request, response);

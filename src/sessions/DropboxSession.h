@@ -44,7 +44,8 @@ private:
 
     std::shared_ptr<DropboxSession> self();
     // Runs the block on a global queue with this session kept alive; nothing escapes it.
-    void runInBackground(std::function<void()> block, bool backgroundPriority = false);
+    // `ifItThrows` answers for the operation when its block throws before answering.
+    void runInBackground(std::function<void()> ifItThrows, std::function<void()> block, bool backgroundPriority = false);
 
     // The steps of the operations; all run on a global-queue thread and block on the network.
     void loadFoldersContinue(const std::string& cursor, VXCloudFileList foldersSoFar,

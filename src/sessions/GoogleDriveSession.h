@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "providers/google/GoogleDriveClient.h"
+#include "sessions/ConcurrentMoves.h"
 #include "sessions/StoredCopyDecision.h"
 #include "sessions/VXCloudGoogleDriveSessionSupport.h"
 #include "vxcloud/sessions/VXCloudGoogleDriveSession.h"
@@ -53,16 +54,13 @@ public:
 
 private:
     std::shared_ptr<GoogleDriveSession> self();
-    void runInBackground(std::function<void()> block);
+    // `ifItThrows` answers for the operation when its block throws before answering.
+    void runInBackground(std::function<void()> ifItThrows, std::function<void()> block);
 
     // The steps of the operations, run on global-queue threads; they block on the network.
     sessions::StoredCopyLookup findFile(const VXCloudFile& cloudFile, const std::shared_ptr<VXCloudFile>& inFolder,
                                         bool checkFileVersion);
-    struct Pair {
-        std::shared_ptr<VXCloudFile> record;
-        std::optional<drive::File> file;
-    };
-    std::optional<std::vector<Pair>> findFiles(const VXCloudFileList& cloudFiles,
+    std::optional<std::vector<sessions::MovePair>> findFiles(const VXCloudFileList& cloudFiles,
                                                const std::shared_ptr<VXCloudFile>& inFolder);
     // Stores the record as a new file under `storedName` (the record's stored name when
     // empty) and reports with the upload callbacks. Drive has no clash on creation, so no

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdint>
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <sstream>
@@ -15,12 +16,22 @@ constexpr std::string_view kCategory = "sessions";
 }  // namespace
 
 void runKeepingAlive(std::shared_ptr<VXCloudSession> session, std::function<void()> block,
-                     std::string_view category, QoS qos) {
-    DispatchQueue::global(qos)->async(
-        [session = std::move(session), block = std::move(block), category = std::string(category)] {
-            guarded(category, "a session step", block);
+                     std::function<void()> ifItThrows, std::string_view category, QoS qos) {
+    DispatchQueue::global(qos)->async([session = std::move(session), block = std::move(block),
+                                       ifItThrows = std::move(ifItThrows), category = std::string(category)] {
+        bool ended = false;
+        guarded(category, "a session step", [&] {
+            block();
+            ended = true;
         });
+        if (!ended && ifItThrows) guarded(category, "a failure answer", ifItThrows);
+    });
 }
+
+bool hasSendableNames(const VXCloudFile& file) {
+    return isSendableName(file.name) && isSendableName(file.getNameFromUploadStatus());
+}
+
 
 namespace {
 
@@ -77,6 +88,25 @@ bool equalsIgnoringCase(const std::string& a, const std::string& b) {
 }
 
 namespace report {
+
+std::function<void()> uploadFails(const std::shared_ptr<VXCloudSession>& session,
+                                  const std::shared_ptr<VXCloudFile>& file) {
+    return [session, file] { uploadFailed(session, file, makeError(ErrorCode::fileUpload)); };
+}
+
+std::function<void()> renameFails(const std::shared_ptr<VXCloudSession>& session,
+                                  const std::shared_ptr<VXCloudFile>& file) {
+    return [session, file] { renameFailed(session, file, makeError(ErrorCode::fileUpload)); };
+}
+
+std::function<void()> moveFails(const std::shared_ptr<VXCloudSession>& session, const VXCloudFileList& files) {
+    return [session, files] { moved(session, {}, files); };
+}
+
+std::function<void()> listingFails(const std::shared_ptr<VXCloudSession>& session) {
+    return [session] { foldersFailed(session, makeError(ErrorCode::connection)); };
+}
+
 
 void uploaded(const std::shared_ptr<VXCloudSession>& session, const std::shared_ptr<VXCloudFile>& file) {
     if (auto delegate = session->cloudSessionDelegate()) {

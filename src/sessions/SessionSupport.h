@@ -10,6 +10,7 @@
 #include <string>
 #include <string_view>
 
+#include "vxcloud/engine/VXCloudUtils.h"
 #include "vxcloud/model/VXCloudError.h"
 #include "vxcloud/model/VXCloudFile.h"
 #include "vxcloud/platform/ByteBuffer.h"
@@ -33,9 +34,14 @@ void guarded(std::string_view category, std::string_view what, Call&& call) noex
 }
 
 // Runs the block on a global queue. The block holds `session` until it has ended: the
-// engine lets go of a session right after starting an operation on it.
+// engine lets go of a session right after starting an operation on it. Every operation
+// answers exactly once: when the block throws before it has answered, `ifItThrows` gives
+// the operation's failure instead.
 void runKeepingAlive(std::shared_ptr<VXCloudSession> session, std::function<void()> block,
-                     std::string_view category, QoS qos = QoS::defaultQoS);
+                     std::function<void()> ifItThrows, std::string_view category, QoS qos = QoS::defaultQoS);
+
+// The document's name and the name it was stored under are both sendable.
+bool hasSendableNames(const VXCloudFile& file);
 
 // The bytes sent since the previous report, given the running total now; `previous`
 // becomes the running total.
@@ -69,6 +75,15 @@ bool equalsIgnoringCase(const std::string& a, const std::string& b);
 // The delegate calls, to the delegate current at the time of the call. Nothing happens
 // without a delegate; a throwing delegate is logged.
 namespace report {
+// The failure answers an operation gives when it cannot go on: `fileUpload` for uploads
+// and renames, every file not moved, `connection` for a listing.
+std::function<void()> uploadFails(const std::shared_ptr<VXCloudSession>& session,
+                                  const std::shared_ptr<VXCloudFile>& file);
+std::function<void()> renameFails(const std::shared_ptr<VXCloudSession>& session,
+                                  const std::shared_ptr<VXCloudFile>& file);
+std::function<void()> moveFails(const std::shared_ptr<VXCloudSession>& session, const VXCloudFileList& files);
+std::function<void()> listingFails(const std::shared_ptr<VXCloudSession>& session);
+
 void uploaded(const std::shared_ptr<VXCloudSession>& session, const std::shared_ptr<VXCloudFile>& file);
 void uploadFailed(const std::shared_ptr<VXCloudSession>& session, const std::shared_ptr<VXCloudFile>& file,
                   const std::shared_ptr<VXCloudError>& error);

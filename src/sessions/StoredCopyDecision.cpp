@@ -10,10 +10,21 @@ std::optional<std::string> wantedDigest(const VXCloudFile& document) {
 
 StoredCopyLookup pickStoredCopy(const VXCloudFileList& candidates, const std::optional<std::string>& digest,
                                 const std::string& name, SameNamePick pick, bool checkFileVersion) {
+    return pickStoredCopy(
+        candidates,
+        [&](const VXCloudFile& candidate) {
+            return candidate.version && digest && equalsIgnoringCase(*candidate.version, *digest);
+        },
+        name, pick, checkFileVersion);
+}
+
+StoredCopyLookup pickStoredCopy(const VXCloudFileList& candidates,
+                                const std::function<bool(const VXCloudFile&)>& holdsWanted, const std::string& name,
+                                SameNamePick pick, bool checkFileVersion) {
     std::shared_ptr<VXCloudFile> sameName;
     for (const auto& candidate : candidates) {
         if (!candidate) continue;
-        if (candidate->version && digest && equalsIgnoringCase(*candidate->version, *digest)) return {candidate, nullptr};
+        if (holdsWanted(*candidate)) return {candidate, nullptr};
         if (candidate->name == name && (pick == SameNamePick::last || !sameName)) sameName = candidate;
     }
     if (!sameName) return {};

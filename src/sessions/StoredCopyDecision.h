@@ -50,6 +50,10 @@ std::optional<std::string> wantedDigest(const VXCloudFile& document);
 // first or last named exactly `name`, beside a `fileConflict` error when `checkFileVersion`.
 StoredCopyLookup pickStoredCopy(const VXCloudFileList& candidates, const std::optional<std::string>& digest,
                                 const std::string& name, SameNamePick pick, bool checkFileVersion);
+// The same, with the service's own test of whether a candidate holds the wanted content.
+StoredCopyLookup pickStoredCopy(const VXCloudFileList& candidates,
+                                const std::function<bool(const VXCloudFile&)>& holdsWanted, const std::string& name,
+                                SameNamePick pick, bool checkFileVersion);
 
 // The service's steps for one upload. `create` and `replace` report their own outcome.
 struct StoredCopyHooks {

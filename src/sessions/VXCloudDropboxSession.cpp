@@ -62,8 +62,8 @@ std::shared_ptr<DropboxSession> DropboxSession::self() {
     return std::static_pointer_cast<DropboxSession>(shared_from_this());
 }
 
-void DropboxSession::runInBackground(std::function<void()> block, bool backgroundPriority) {
-    sessions::runKeepingAlive(self(), std::move(block), kCategory,
+void DropboxSession::runInBackground(std::function<void()> ifItThrows, std::function<void()> block, bool backgroundPriority) {
+    sessions::runKeepingAlive(self(), std::move(block), std::move(ifItThrows), kCategory,
                               backgroundPriority ? QoS::background : QoS::defaultQoS);
 }
 
@@ -79,7 +79,8 @@ std::shared_ptr<VXCloudFile> DropboxSession::rootFolder() const {
 }
 
 void DropboxSession::isAuthorizedWithCompletion(std::function<void(bool)> completion) {
-    runInBackground([this, completion = std::move(completion)] {
+    auto ifItThrows = [completion] { if (completion) completion(false); };
+    runInBackground(std::move(ifItThrows), [this, completion] {
         const bool authorized = client_->getCurrentAccount().ok();
         if (completion) guarded("isAuthorized completion", [&] { completion(authorized); });
     });
@@ -87,7 +88,10 @@ void DropboxSession::isAuthorizedWithCompletion(std::function<void(bool)> comple
 
 void DropboxSession::removeAuthorizationWithCompletion(
     std::function<void(std::shared_ptr<VXCloudAccount>, std::optional<PlatformError>)> completion) {
-    runInBackground([this, completion = std::move(completion)] {
+    auto ifItThrows = [account = cloudAccount(), completion] {
+        if (completion) completion(account, PlatformError{kVXCloudErrorDomain, kTokenNotRemoved, {}});
+    };
+    runInBackground(std::move(ifItThrows), [this, completion] {
         const std::shared_ptr<VXCloudAccount>& account = cloudAccount();
         std::optional<PlatformError> error;
         if (!VXCloudTokenStore::contains(VXCloudService::dropbox, account->userId)) {
@@ -104,7 +108,8 @@ void DropboxSession::removeAuthorizationWithCompletion(
 void DropboxSession::loadFoldersInFolder(std::shared_ptr<VXCloudFile> folder) {
     // A folder without a path cannot be addressed; the picker never offers one.
     if (!folder || !folder->path) return;
-    runInBackground([this, folder] {
+    auto ifItThrows = sessions::report::listingFails(self());
+    runInBackground(std::move(ifItThrows), [this, folder] {
         auto listed = client_->listFolder(*folder->path);
         if (!listed.ok()) return reportFoldersFailed(ErrorCode::fileUpload);
         VXCloudFileList folders;
@@ -140,7 +145,8 @@ void DropboxSession::loadFoldersContinue(const std::string& cursor, VXCloudFileL
 
 void DropboxSession::downloadSettingsFileWithCompletionHandler(
     std::function<void(std::shared_ptr<VXCloudFile>, std::shared_ptr<VXCloudError>)> completion) {
-    runInBackground([this, completion = std::move(completion)] {
+    auto ifItThrows = [completion] { if (completion) completion(nullptr, makeError(ErrorCode::fileUpload)); };
+    runInBackground(std::move(ifItThrows), [this, completion] {
         auto finish = [&](std::shared_ptr<VXCloudFile> file, std::shared_ptr<VXCloudError> error) {
             if (completion) guarded("settings completion", [&] { completion(std::move(file), std::move(error)); });
         };

@@ -23,7 +23,8 @@ bool movedAs(const VXCloudFile& file, const dropbox::Metadata& entry) {
 
 void DropboxSession::moveWithCloudFiles(VXCloudFileList files, std::shared_ptr<VXCloudFile> fromFolder,
                                         std::shared_ptr<VXCloudFile> toFolder) {
-    runInBackground(
+    auto ifItThrows = sessions::report::moveFails(self(), files);
+    runInBackground(std::move(ifItThrows),
         [this, files = std::move(files), from = std::move(fromFolder), to = std::move(toFolder)] {
             std::vector<dropbox::RelocationPath> pairs;
             for (const auto& file : files) {

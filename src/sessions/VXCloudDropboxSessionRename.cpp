@@ -12,9 +12,12 @@ using dropbox::WriteMode;
 void DropboxSession::renameWithCloudFile(std::shared_ptr<VXCloudFile> file, std::string newFileName,
                                          std::shared_ptr<VXCloudFile> inParentFolder,
                                          bool overwriteExistingFile, CreatePDFBlock createPDFBlock) {
-    runInBackground([this, file, newName = std::move(newFileName), parent = std::move(inParentFolder),
+    auto ifItThrows = sessions::report::renameFails(self(), file);
+    runInBackground(std::move(ifItThrows), [this, file, newName = std::move(newFileName), parent = std::move(inParentFolder),
                      overwrite = overwriteExistingFile, createPDFBlock = std::move(createPDFBlock)] {
-        if (!file) return reportRenameFailed(file, makeError(ErrorCode::fileUpload));
+        if (!file || !sessions::hasSendableNames(*file) || !isSendableName(newName)) {
+            return reportRenameFailed(file, makeError(ErrorCode::fileUpload));
+        }
         if (!isStorableName(newName) || !isStorableName(file->getNameFromUploadStatus())) {
             // A "/" would move the document into a sub-folder instead of renaming it.
             log::warning("dropbox", "a name that is empty or holds \"/\" cannot be given on Dropbox");

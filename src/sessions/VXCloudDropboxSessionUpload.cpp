@@ -2,6 +2,8 @@
 // content hash (nothing is sent when it matches) or by name (a conflict unless
 // overwriting is allowed). Dropbox addresses by path, so replacing a stored copy is writing
 // over its path, and a new document may be written over a same-named one when allowed.
+#include <set>
+
 #include "sessions/DropboxSession.h"
 #include "vxcloud/model/VXCloudFile.h"
 #include "vxcloud/platform/Log.h"
@@ -13,8 +15,10 @@ using dropbox::WriteMode;
 
 void DropboxSession::uploadWithCloudFile(std::shared_ptr<VXCloudFile> file, std::shared_ptr<VXCloudFile> inParentFolder,
                                          bool overwriteExistingFile) {
-    runInBackground([this, file, parent = std::move(inParentFolder), overwriteExistingFile] {
-        if (!file) return reportUploadFailed(file, ErrorCode::fileUpload);
+    auto ifItThrows = sessions::report::uploadFails(self(), file);
+    runInBackground(std::move(ifItThrows), [this, file, parent = std::move(inParentFolder), overwriteExistingFile] {
+        // A name that cannot be encoded is refused before anything is sent.
+        if (!file || !sessions::hasSendableNames(*file)) return reportUploadFailed(file, ErrorCode::fileUpload);
         // The name that becomes the path's last element: refused rather than stored elsewhere.
         const std::string pathName = file->isFolder ? file->name : file->getNameFromUploadStatus();
         if (!isStorableName(pathName)) {
@@ -48,12 +52,18 @@ void DropboxSession::uploadFolder(const std::shared_ptr<VXCloudFile>& folder, co
 sessions::StoredCopyLookup DropboxSession::findFile(const VXCloudFile& cloudFile,
                                                     const std::shared_ptr<VXCloudFile>& inFolder,
                                                     bool checkFileVersion) {
-    // Only the first page is looked at.
+    // Every page: in a large folder the stored copy may be on any of them.
     auto listed = client_->listFolder(listingPath(folderPrefix(inFolder)));
-    if (!listed.ok()) return {nullptr, makeError(ErrorCode::fileUpload)};
     VXCloudFileList files;
-    for (const auto& entry : listed.value().entries) {
-        if (entry.tag == dropbox::Metadata::Tag::file) files.push_back(VXCloudFile::initWithMetadata(entry));
+    std::set<std::string> cursors;
+    for (;;) {
+        if (!listed.ok()) return {nullptr, makeError(ErrorCode::fileUpload)};
+        for (const auto& entry : listed.value().entries) {
+            if (entry.tag == dropbox::Metadata::Tag::file) files.push_back(VXCloudFile::initWithMetadata(entry));
+        }
+        // A cursor handed out twice would keep this going for ever.
+        if (!listed.value().hasMore || !cursors.insert(listed.value().cursor).second) break;
+        listed = client_->listFolderContinue(listed.value().cursor);
     }
     // A later entry of the name counts over an earlier one.
     return sessions::pickStoredCopy(files, sessions::wantedDigest(cloudFile), cloudFile.name,

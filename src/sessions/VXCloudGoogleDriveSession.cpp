@@ -83,8 +83,8 @@ std::shared_ptr<GoogleDriveSession> GoogleDriveSession::self() {
     return std::static_pointer_cast<GoogleDriveSession>(shared_from_this());
 }
 
-void GoogleDriveSession::runInBackground(std::function<void()> block) {
-    runKeepingAlive(self(), std::move(block), kCategory);
+void GoogleDriveSession::runInBackground(std::function<void()> ifItThrows, std::function<void()> block) {
+    runKeepingAlive(self(), std::move(block), std::move(ifItThrows), kCategory);
 }
 
 std::optional<std::uint64_t> GoogleDriveSession::previousUploadAmount() const {
@@ -119,7 +119,8 @@ std::shared_ptr<VXCloudFile> GoogleDriveSession::rootFolder() const {
 }
 
 void GoogleDriveSession::isAuthorizedWithCompletion(std::function<void(bool)> completion) {
-    runInBackground([this, completion = std::move(completion)] {
+    auto ifItThrows = [completion] { if (completion) completion(false); };
+    runInBackground(std::move(ifItThrows), [this, completion] {
         const auto about = client_->aboutGet("user");
         const bool authorized = about.ok() && about.value().is_object() && about.value().contains("user") &&
                                 about.value()["user"].is_object();
@@ -129,7 +130,10 @@ void GoogleDriveSession::isAuthorizedWithCompletion(std::function<void(bool)> co
 
 void GoogleDriveSession::removeAuthorizationWithCompletion(
     std::function<void(std::shared_ptr<VXCloudAccount>, std::optional<PlatformError>)> completion) {
-    runInBackground([this, completion = std::move(completion)] {
+    auto ifItThrows = [account = cloudAccount(), completion] {
+        if (completion) completion(account, PlatformError{kVXCloudErrorDomain, kAuthorizationNotRemoved, {}});
+    };
+    runInBackground(std::move(ifItThrows), [this, completion] {
         const std::shared_ptr<VXCloudAccount>& account = cloudAccount();
         std::optional<PlatformError> error;
         if (VXCloudTokenStore::remove(VXCloudService::googleDrive, storageName(*account))) {
@@ -144,7 +148,8 @@ void GoogleDriveSession::removeAuthorizationWithCompletion(
 void GoogleDriveSession::loadFoldersInFolder(std::shared_ptr<VXCloudFile> folder) {
     // A folder without an id cannot be searched; the picker never offers one.
     if (!folder || !folder->id) return;
-    runInBackground([this, folder] {
+    auto ifItThrows = report::listingFails(self());
+    runInBackground(std::move(ifItThrows), [this, folder] {
         auto listed = client_->listFiles(subfoldersQuery(*folder->id));
         if (!listed.ok()) {
             return report::foldersFailed(self(), VXCloudError::initWithError(listed.error(),
@@ -161,7 +166,8 @@ void GoogleDriveSession::loadFoldersInFolder(std::shared_ptr<VXCloudFile> folder
 
 void GoogleDriveSession::downloadSettingsFileWithCompletionHandler(
     std::function<void(std::shared_ptr<VXCloudFile>, std::shared_ptr<VXCloudError>)> completion) {
-    runInBackground([this, completion = std::move(completion)] {
+    auto ifItThrows = [completion] { if (completion) completion(nullptr, makeError(ErrorCode::fileUpload)); };
+    runInBackground(std::move(ifItThrows), [this, completion] {
         auto finish = [&](std::shared_ptr<VXCloudFile> file, std::shared_ptr<VXCloudError> error) {
             if (completion) {
                 guarded(kCategory, "the settings completion", [&] { completion(std::move(file), std::move(error)); });

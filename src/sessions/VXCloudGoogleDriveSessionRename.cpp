@@ -13,9 +13,10 @@ using namespace google_session;
 void GoogleDriveSession::renameWithCloudFile(std::shared_ptr<VXCloudFile> file, std::string newFileName,
                                              std::shared_ptr<VXCloudFile> inParentFolder, bool,
                                              CreatePDFBlock createPDFBlock) {
-    runInBackground([this, file, newName = std::move(newFileName), parent = std::move(inParentFolder),
+    auto ifItThrows = report::renameFails(self(), file);
+    runInBackground(std::move(ifItThrows), [this, file, newName = std::move(newFileName), parent = std::move(inParentFolder),
                      createPDFBlock = std::move(createPDFBlock)] {
-        if (!file) return report::renameFailed(self(), file, makeError(ErrorCode::fileUpload));
+        if (!file || !hasSendableNames(*file) || !isSendableName(newName)) return report::renameFailed(self(), file, makeError(ErrorCode::fileUpload));
         const StoredCopyLookup found = findFile(*file, parent, true);
 
         if (found.copy && !found.error) {

@@ -20,8 +20,10 @@ std::string contentTypeOf(const VXCloudFile& file) { return file.mimeType.value_
 
 void GoogleDriveSession::uploadWithCloudFile(std::shared_ptr<VXCloudFile> file,
                                              std::shared_ptr<VXCloudFile> inParentFolder, bool overwriteExistingFile) {
-    runInBackground([this, file, parent = std::move(inParentFolder), overwriteExistingFile] {
-        if (!file) return report::uploadFailed(self(), file, makeError(ErrorCode::fileUpload));
+    auto ifItThrows = report::uploadFails(self(), file);
+    runInBackground(std::move(ifItThrows), [this, file, parent = std::move(inParentFolder), overwriteExistingFile] {
+        // A name that cannot be encoded is refused before anything is sent.
+        if (!file || !hasSendableNames(*file)) return report::uploadFailed(self(), file, makeError(ErrorCode::fileUpload));
         if (file->isFolder) return _upload(file, parent);
 
         StoredCopyHooks hooks = reportingTo(self(), file);

@@ -1,6 +1,7 @@
 #include "vxcloud/sessions/VXCloudServiceConfig.h"
 
 #include <array>
+#include <algorithm>
 #include <mutex>
 #include <vector>
 #include <utility>
@@ -20,6 +21,7 @@ struct Entry {
 struct Registry {
     std::mutex mutex;
     std::array<Entry, allCloudServices.size()> entries;
+    VXCloudNetworkTimeouts timeouts;
 
     Registry() {
         for (VXCloudService service : allCloudServices) {
@@ -115,6 +117,21 @@ void VXCloudServiceConfig::reset(VXCloudService service) {
     const bool trusted = !r.at(service).endpoints.caFile.empty();
     r.at(service) = Entry{defaultEndpoints(service), {}, {}};
     if (trusted) publishAuthorities(r);
+}
+
+VXCloudNetworkTimeouts VXCloudServiceConfig::networkTimeouts() {
+    Registry& r = registry();
+    std::lock_guard lock(r.mutex);
+    return r.timeouts;
+}
+
+void VXCloudServiceConfig::setNetworkTimeouts(VXCloudNetworkTimeouts timeouts) {
+    const std::chrono::milliseconds least{1};
+    timeouts.connect = std::max(timeouts.connect, least);
+    timeouts.stall = std::max(timeouts.stall, least);
+    Registry& r = registry();
+    std::lock_guard lock(r.mutex);
+    r.timeouts = timeouts;
 }
 
 void VXCloudServiceConfig::resetAll() {

@@ -120,12 +120,14 @@ void AuthTest::TearDown() {
 void AuthTest::configureEndpoints() {
     fx_.pointAt(VXCloudService::dropbox);
     fx_.pointAt(VXCloudService::googleDrive);
+    fx_.pointAt(VXCloudService::oneDrive);
 }
 
-void AuthTest::setUpManager(const std::string& googleRedirect) {
+void AuthTest::setUpManager(const std::string& googleRedirect, const std::vector<std::string>& oneDriveScopes) {
     manager().setup(std::make_shared<VXCloudDropboxInfo>(kDropboxAppKey),
                     std::make_shared<VXCloudGoogleDriveInfo>(kGoogleClientId, googleRedirect,
-                                                             std::vector<std::string>{}, kGoogleClientSecret));
+                                                             std::vector<std::string>{}, kGoogleClientSecret),
+                    std::make_shared<VXCloudOneDriveInfo>(kOneDriveApplicationId, oneDriveScopes));
 }
 
 bool AuthTest::waitForResults(std::size_t count, std::chrono::milliseconds timeout) {

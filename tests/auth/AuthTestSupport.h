@@ -32,6 +32,7 @@ using nlohmann::json;
 inline constexpr const char* kDropboxAppKey = "sandbox-dropbox-app";
 inline constexpr const char* kGoogleClientId = "sandbox-client.apps.googleusercontent.com";
 inline constexpr const char* kGoogleClientSecret = "sandbox-desktop-secret";
+inline constexpr const char* kOneDriveApplicationId = "sandbox-onedrive-app";
 
 // One auth notification as an observer on the main queue saw it.
 struct PostedResult {
@@ -95,8 +96,10 @@ protected:
 
     // Points the services' endpoints at the sandbox.
     void configureEndpoints();
-    // Sets the manager up with both services' records; Google redirects to `googleRedirect`.
-    void setUpManager(const std::string& googleRedirect = "http://127.0.0.1/");
+    // Sets the manager up with the services' records; Google redirects to `googleRedirect`,
+    // OneDrive asks for `oneDriveScopes` (none: its defaults).
+    void setUpManager(const std::string& googleRedirect = "http://127.0.0.1/",
+                      const std::vector<std::string>& oneDriveScopes = {});
     // Links the sandbox's account of the service (id or e-mail; empty: the first) through
     // the whole flow and returns the stored account.
     std::shared_ptr<VXCloudAccount> link(VXCloudService service, const std::string& sandboxAccount = {});

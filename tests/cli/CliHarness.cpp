@@ -256,6 +256,24 @@ RunResult CliHome::run(const std::vector<std::string>& args, const std::string& 
     return result;
 }
 
+int CliHome::runKilledAfter(const std::vector<std::string>& args, std::chrono::milliseconds lifetime) const {
+    const auto env = environment();
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+        const int null = ::open("/dev/null", O_RDWR);
+        ::dup2(null, STDIN_FILENO);
+        ::dup2(null, STDOUT_FILENO);
+        ::dup2(null, STDERR_FILENO);
+        execOrDie(binaryDir() + "/vxcloud", args, env);
+    }
+    std::this_thread::sleep_for(lifetime);
+    ::kill(pid, SIGKILL);
+    int status = 0;
+    while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
 json CliHome::runJson(const std::vector<std::string>& args, int* status) const {
     const RunResult result = run(args);
     if (status) *status = result.status;

@@ -87,6 +87,9 @@ public:
                   std::chrono::milliseconds timeout = 120s) const;
     // The same, expecting --json output on stdout.
     json runJson(const std::vector<std::string>& args, int* status = nullptr) const;
+    // Starts vxcloud with its output discarded and kills it with SIGKILL after `lifetime`
+    // (unless it ended before); its exit status, or -1 when it was killed.
+    int runKilledAfter(const std::vector<std::string>& args, std::chrono::milliseconds lifetime) const;
     std::vector<std::string> environment() const;
 
     void setEnv(const std::string& name, const std::string& value) { extraEnv_[name] = value; }

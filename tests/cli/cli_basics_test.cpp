@@ -137,7 +137,9 @@ TEST(CliHash, PrintsEachServicesDigest) {
     };
     EXPECT_EQ(digest("google_drive", "abc.txt"), "900150983cd24fb0d6963f7d28e17f72");
     EXPECT_EQ(digest("box", "abc.txt"), "a9993e364706816aba3e25717850c26c9cd0d89d");
-    EXPECT_EQ(digest("one_drive", "empty"), "da39a3ee5e6b4b0d3255bfef95601890afd80709");
+    // OneDrive's local version: both digests a drive may report.
+    EXPECT_EQ(digest("one_drive", "empty"),
+              "sha1Hash:da39a3ee5e6b4b0d3255bfef95601890afd80709;quickXorHash:AAAAAAAAAAAAAAAAAAAAAAAAAAA=");
     // One 4 MiB block: SHA-256 over the block's SHA-256.
     EXPECT_EQ(digest("dropbox", "abc.txt"), "4f8b42c22dd3729b519ba6f68d2da7cc5b2d606d05daed5ad5128cc03e6c6358");
     EXPECT_EQ(digest("web_dav", "abc.txt"), "-");

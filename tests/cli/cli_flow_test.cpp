@@ -243,6 +243,15 @@ TEST_F(CliFlow, UnreadableDocumentsAreNamedAndLeaveOtherRecordsAlone) {
     EXPECT_EQ(vanished.status, 1);
     EXPECT_TRUE(contains(vanished.err, "No such file or directory")) << vanished.err;
     EXPECT_EQ(recordOf(readRecords(home_.recordsPath()), kept, "dropbox", email_)->record, keptBefore.front().record);
+
+    // A file name that is not UTF-8 cannot be a document name: refused at once, as a usage
+    // error, before anything is sent or recorded.
+    const std::string latin1 = document("caf\xe9.pdf", "latin-1 name");
+    const auto recordsBefore = readRecords(home_.recordsPath()).size();
+    const RunResult badName = home_.run({"upload", latin1, good});
+    EXPECT_EQ(badName.status, 2);
+    EXPECT_TRUE(contains(badName.err, "not valid UTF-8")) << badName.err;
+    EXPECT_EQ(readRecords(home_.recordsPath()).size(), recordsBefore);
 }
 
 TEST_F(CliFlow, ChoosingANewFolderCanMoveTheDocumentsAlong) {

@@ -3,12 +3,14 @@
 #include <openssl/evp.h>
 #include <unistd.h>
 
+#include <cctype>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <random>
 
 #include "vxcloud/model/VXCloudFileHasher.h"
+#include "vxcloud/model/VXCloudOneDriveVersion.h"
 
 namespace vxcloud {
 namespace {
@@ -134,7 +136,8 @@ TEST(FileHasher, PerServiceChoice) {
     EXPECT_EQ(VXCloudFileHasher::hash(data, VXCloudService::googleDrive), md5);
     EXPECT_EQ(VXCloudFileHasher::hash(data, VXCloudService::evernote), md5);
     EXPECT_EQ(VXCloudFileHasher::hash(data, VXCloudService::dropbox), VXCloudFileHasher::dropboxHash(data));
-    EXPECT_EQ(VXCloudFileHasher::hash(data, VXCloudService::oneDrive), sha1);
+    EXPECT_EQ(VXCloudFileHasher::hash(data, VXCloudService::oneDrive),
+              "sha1Hash:" + sha1 + ";quickXorHash:" + VXCloudFileHasher::quickXorHash(data));
     EXPECT_EQ(VXCloudFileHasher::hash(data, VXCloudService::oneNote), sha1);
     EXPECT_EQ(VXCloudFileHasher::hash(data, VXCloudService::box), sha1);
     // WebDAV: the empty string, not "no value".
@@ -170,6 +173,36 @@ TEST(FileHasher, MappedFileHashesLikeMemoryAndStaysReadable) {
         EXPECT_TRUE(*mapped == memory);
     }
     std::filesystem::remove(path);
+}
+
+
+static std::string upperCaseHex(std::string text) {
+    for (char& c : text) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    return text;
+}
+TEST(OneDriveVersion, HoldsBothDigestsAndMatchesWhicheverTheDriveReports) {
+    const auto data = ByteBuffer::copyOf(std::string_view("%PDF-1.4 scan"));
+    const std::string sha1 = VXCloudFileHasher::sha1Hash(data);
+    const std::string quickXor = VXCloudFileHasher::quickXorHash(data);
+    const auto local = VXCloudOneDriveVersion::parse(*VXCloudFileHasher::hash(data, VXCloudService::oneDrive));
+    EXPECT_EQ(local.sha1Hash, sha1);
+    EXPECT_EQ(local.quickXorHash, quickXor);
+    EXPECT_TRUE(local.matches(sha1));
+    EXPECT_TRUE(local.matches(upperCaseHex(sha1))) << "SHA-1 is hex: letter case does not matter";
+    EXPECT_TRUE(local.matches(quickXor));
+    EXPECT_FALSE(local.matches(upperCaseHex(quickXor) == quickXor ? "x" : upperCaseHex(quickXor)))
+        << "base64 is case-sensitive";
+    EXPECT_FALSE(local.matches(""));
+    EXPECT_FALSE(local.matches(VXCloudFileHasher::sha1Hash(ByteBuffer::copyOf(std::string_view("other")))));
+
+    // A bare digest, as recorded before both were kept, is read for what it looks like.
+    EXPECT_EQ(VXCloudOneDriveVersion::parse(upperCaseHex(sha1)).sha1Hash, sha1);
+    EXPECT_EQ(VXCloudOneDriveVersion::parse(quickXor).quickXorHash, quickXor);
+    EXPECT_TRUE(VXCloudOneDriveVersion::parse("").empty());
+    EXPECT_FALSE(VXCloudOneDriveVersion::parse("").matches(""));
+    // Only the known digest is written; what cannot be read leaves nothing known.
+    EXPECT_EQ((VXCloudOneDriveVersion{"", quickXor}.text()), "quickXorHash:" + quickXor);
+    EXPECT_TRUE(VXCloudOneDriveVersion::parse("size:12;etag:abc").empty());
 }
 
 }  // namespace

@@ -63,8 +63,7 @@ TEST(ServiceRegistry, EveryNameFindsItsOwnServiceWhateverTheCaseAndPunctuation) 
 
 TEST(ServiceRegistry, ServicesWithoutASessionOrSignInMakeNone) {
     setCloudSessionFactoryOverride(nullptr);
-    for (VXCloudService service : {VXCloudService::oneDrive, VXCloudService::oneNote, VXCloudService::box,
-                                   VXCloudService::evernote}) {
+    for (VXCloudService service : {VXCloudService::box, VXCloudService::evernote}) {
         SCOPED_TRACE(accountType(service));
         const VXCloudServiceDescriptor& entry = serviceDescriptor(service);
         EXPECT_FALSE(entry.makeSession);
@@ -78,6 +77,7 @@ TEST(ServiceRegistry, ServicesWithoutASessionOrSignInMakeNone) {
     }
     EXPECT_TRUE(offersSignIn(VXCloudService::dropbox));
     EXPECT_TRUE(offersSignIn(VXCloudService::googleDrive));
+    EXPECT_TRUE(offersSignIn(VXCloudService::oneDrive));
     EXPECT_FALSE(offersSignIn(VXCloudService::webDAV));
     EXPECT_EQ(serviceDescriptor(VXCloudService::webDAV).linking, VXCloudLinking::accountForm);
 }

@@ -14,11 +14,12 @@
 #include "vxcloud/model/VXCloudAccount.h"
 #include "vxcloud/model/VXCloudError.h"
 #include "vxcloud/model/VXCloudFile.h"
+#include "vxcloud/model/VXCloudFileHasher.h"
 #include "vxcloud/sessions/VXCloudSession.h"
 
 namespace vxcloud::testing {
 
-enum class Operation { isAuthorized, loadFolders, upload, rename, move, downloadSettings };
+enum class Operation { isAuthorized, loadFolders, upload, uploadSettings, rename, move, downloadSettings };
 
 class ProviderFixture {
 public:
@@ -51,12 +52,27 @@ public:
     virtual bool reportsProgress() const { return true; }
     // Whether successful outcomes carry a version (the service's revision or hash).
     virtual bool offersVersion() const { return true; }
+    // The version the service reports for a document holding `bytes`; by default the
+    // fingerprint the engine computes for the service.
+    virtual std::optional<std::string> reportedVersion(const std::string& bytes) {
+        return VXCloudFileHasher::hash(ByteBuffer::copyOf(bytes), account()->cloudService);
+    }
+    // Whether overwriting replaces a stored copy that was changed elsewhere; a service that
+    // stores such a document with a behaviour that refuses a clash reports `conflictCode`.
+    virtual bool overwritesChangedCopy() const { return true; }
     // The code of an upload that may not replace a same-named document.
     virtual ErrorCode conflictCode() const { return ErrorCode::fileConflict; }
     // Whether a new document (no fingerprint, no earlier record) is stored beside a
     // same-named one, as Drive allows; such a service shows the clash once the document
     // carries its local fingerprint, as the engine sends it when comparing hashes.
     virtual bool keepsSameNamedDocuments() const { return false; }
+    // Whether every upload is stored as a new document (a OneNote page): nothing is looked
+    // up, replaced or refused for its name, and the service hands back a record of its own.
+    virtual bool storesEveryUploadAsNew() const { return false; }
+    // A folder that can hold folders (a OneNote notebook); by default any folder can.
+    virtual std::shared_ptr<VXCloudFile> makeParentFolder(const std::string& name) { return makeFolder(name); }
+    // Whether a folder that holds folders can also hold documents (not a OneNote notebook).
+    virtual bool parentFoldersHoldDocuments() const { return true; }
 };
 
 struct ProviderCase {

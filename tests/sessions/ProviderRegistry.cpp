@@ -1,5 +1,7 @@
 #include "sessions/DropboxFixture.h"
 #include "sessions/GoogleDriveFixture.h"
+#include "sessions/OneDriveFixture.h"
+#include "sessions/OneNoteFixture.h"
 #include "sessions/ProviderFixture.h"
 
 namespace vxcloud::testing {
@@ -8,6 +10,8 @@ std::vector<ProviderCase> contractProviders() {
     return {
         {"Dropbox", [] { return std::make_unique<DropboxFixture>(); }},
         {"GoogleDrive", [] { return std::make_unique<GoogleDriveFixture>(); }},
+        {"OneDrive", [] { return std::make_unique<OneDriveFixture>(); }},
+        {"OneNote", [] { return std::make_unique<OneNoteFixture>(); }},
     };
 }
 

@@ -68,8 +68,8 @@ std::shared_ptr<VXCloudAccount> SandboxProviderFixture::linkAccount(const sandbo
     return account;
 }
 
-std::size_t SandboxProviderFixture::documentsNamed(const std::string& name) {
-    const Json state = sandbox().listState(provider_.name, sandboxAccount_.userId);
+std::size_t SandboxProviderFixture::documentsNamedFor(const std::string& name, const std::string& userId) {
+    const Json state = sandbox().listState(provider_.name, userId);
     std::size_t count = 0;
     if (!state.is_object() || !state.contains("items")) return count;
     for (const Json& item : state["items"]) {

@@ -36,8 +36,9 @@ public:
     void tearDown() override { SandboxFixture::tearDown(); }
 
     std::shared_ptr<VXCloudAccount> account() override { return account_; }
-    // Asks the sandbox's own view of the account's tree.
-    std::size_t documentsNamed(const std::string& name) override;
+    // Asks the sandbox's own view of the account's tree (of another of its accounts).
+    std::size_t documentsNamed(const std::string& name) override { return documentsNamedFor(name, sandboxAccount_.userId); }
+    std::size_t documentsNamedFor(const std::string& name, const std::string& userId);
     const sandbox::SandboxAccount& sandboxAccount() const { return sandboxAccount_; }
     const SandboxProvider& provider() const { return provider_; }
 

@@ -13,6 +13,7 @@
 #include "vxcloud/engine/VXCloudAccountActions.h"
 #include "vxcloud/engine/VXCloudSessionFactory.h"
 #include "vxcloud/model/VXCloudConstants.h"
+#include "vxcloud/model/VXCloudServiceRegistry.h"
 #include "vxcloud/model/VXCloudUserDefaults.h"
 #include "vxcloud/platform/Dispatch.h"
 #include "vxcloud/platform/NotificationCenter.h"
@@ -108,7 +109,9 @@ TEST_P(AccountActions, ChoosingAFolderSavesTheAccountWritesTheSettingsAndAnnounc
 
     const auto change = chooseFolder(account, info, /*moveFiles=*/true);
     ASSERT_TRUE(change.has_value());
-    EXPECT_TRUE(change->settingsWritten());
+    const bool keepsSettings = serviceDescriptor(account->cloudService).keepsSettingsDocument;
+    EXPECT_EQ(change->settings, keepsSettings ? VXCloudUploadFolderChange::Settings::written
+                                              : VXCloudUploadFolderChange::Settings::notKept);
     EXPECT_FALSE(change->error);
 
     const auto saved = stored(*account);
@@ -121,6 +124,10 @@ TEST_P(AccountActions, ChoosingAFolderSavesTheAccountWritesTheSettingsAndAnnounc
     EXPECT_EQ(infos[0], (Json{{"account", saved->toDict()}, {"fromFolder", before}, {"toFolder", info},
                               {"moveFiles", true}}));
 
+    if (!keepsSettings) {
+        EXPECT_EQ(fixture_->documentsNamed(VXCloudAccountActions::kSettingsFileName), 0u);
+        return;
+    }
     // The document names the folder the way the sessions read it back.
     const Json settings = downloadedSettings();
     ASSERT_TRUE(settings.is_object()) << settings.dump();
@@ -135,6 +142,8 @@ class SettingsDocument : public AccountActions {};
 TEST_P(SettingsDocument, ChoosingAFolderThreeTimesLeavesOneSettingsDocumentNamingTheLast) {
     auto* sandboxed = dynamic_cast<SandboxProviderFixture*>(fixture_.get());
     ASSERT_TRUE(sandboxed);
+    // Where the service keeps none, the first test shows that none is sent.
+    if (!serviceDescriptor(fixture_->account()->cloudService).keepsSettingsDocument) return;
     Json last;
     for (const char* name : {"First", "Second", "Third"}) {
         const auto folder = fixture_->makeFolder(name);
@@ -210,6 +219,17 @@ TEST_F(AccountActionsWithoutSession, FolderIsChosenAndAnnouncedWithoutASettingsD
     ASSERT_EQ(posted.userInfos().size(), 1u);
     EXPECT_EQ(posted.userInfos()[0]["fromFolder"], Json());
     EXPECT_EQ(posted.userInfos()[0]["moveFiles"], false);
+
+    // OneNote keeps no settings document: its folder is chosen without asking the session,
+    // whose settings upload would never answer.
+    auto notes = std::make_shared<VXCloudAccount>("on-1", "ada@example.com", VXCloudService::oneNote);
+    ASSERT_TRUE(VXCloudUserDefaults::saveCloudAccount(*notes));
+    const auto section = chooseFolder(notes, info, false);
+    ASSERT_TRUE(section.has_value());
+    EXPECT_EQ(section->settings, VXCloudUploadFolderChange::Settings::notKept);
+    EXPECT_TRUE(section->chosen());
+    EXPECT_EQ(stored(*notes)->uploadFolderInfo.value_or_null(), info);
+    EXPECT_EQ(posted.userInfos().size(), 2u);
 }
 
 TEST_F(AccountActionsWithoutSession, AutoUploadSwitchSavesAndAnnouncesOnlyChangesItCanMake) {

@@ -12,6 +12,7 @@
 #include "sessions/ProviderFixture.h"
 #include "sessions/SessionTestSupport.h"
 #include "vxcloud/model/VXCloudFileHasher.h"
+#include "vxcloud/model/VXCloudServiceRegistry.h"
 
 namespace vxcloud::testing {
 namespace {
@@ -86,11 +87,16 @@ TEST_P(SessionContract, UploadReturnsTheCallersRecordWithNameVersionAndProgress)
     auto event = outcomeOf(Operation::upload, [&] { session_->uploadWithCloudFile(file, folder, false); });
     if (!event) return;
     ASSERT_EQ(event->kind, SessionEvent::Kind::didUpload) << describe(*event);
-    EXPECT_EQ(event->file, file) << "the session must hand back the record it was given";
+    if (fixture_->storesEveryUploadAsNew()) {
+        ASSERT_NE(event->file, nullptr);
+        EXPECT_EQ(event->file->name, "Receipt 2024.pdf") << "the new document is named like the one sent";
+    } else {
+        EXPECT_EQ(event->file, file) << "the session must hand back the record it was given";
+    }
     EXPECT_EQ(event->session, session_);
     EXPECT_EQ(file->name, "Receipt 2024.pdf");
     if (fixture_->offersVersion()) {
-        EXPECT_EQ(file->version, fingerprint(bytes));
+        EXPECT_EQ(file->version, fixture_->reportedVersion(bytes));
     }
     EXPECT_TRUE(sameBytes(fixture_->remoteContent(*folder, "Receipt 2024.pdf"), bytes));
 
@@ -117,6 +123,12 @@ TEST_P(SessionContract, SameNamedDocumentIsReplacedOnlyWhenOverwriting) {
     auto refused = document("clash.pdf", second);
     if (fixture_->keepsSameNamedDocuments()) refused->localVersion = fingerprint(second);
     auto event = outcomeOf(Operation::upload, [&] { session_->uploadWithCloudFile(refused, folder, false); });
+    if (event && fixture_->storesEveryUploadAsNew()) {
+        // Nothing clashes: the second is a document of its own beside the first.
+        EXPECT_EQ(event->kind, SessionEvent::Kind::didUpload) << describe(*event);
+        EXPECT_EQ(fixture_->documentsNamed("clash.pdf"), 2u);
+        return;
+    }
     if (event) {
         ASSERT_EQ(event->kind, SessionEvent::Kind::uploadFailed) << describe(*event);
         EXPECT_EQ(event->file, refused) << "a failure also hands back the caller's record";
@@ -141,10 +153,14 @@ TEST_P(SessionContract, UnchangedDocumentUploadedBeforeSucceedsAgain) {
     ASSERT_NE(again, nullptr);
     auto stored = uploaded(again, folder, false);
     if (!stored) return;
+    if (fixture_->storesEveryUploadAsNew()) {
+        EXPECT_EQ(fixture_->documentsNamed("again.pdf"), 2u) << "sent again, stored again";
+        return;
+    }
     EXPECT_EQ(stored, again);
     EXPECT_EQ(again->name, "again.pdf");
     if (fixture_->offersVersion()) {
-        EXPECT_EQ(again->version, fingerprint(bytes));
+        EXPECT_EQ(again->version, fixture_->reportedVersion(bytes));
     }
     EXPECT_TRUE(sameBytes(fixture_->remoteContent(*folder, "again.pdf"), bytes));
 }
@@ -154,6 +170,8 @@ TEST_P(SessionContract, RemoteChangeIsAConflictUnlessOverwriting) {
     const std::string original = documentBytes(4096, 5);
     auto first = storeDocument("changed.pdf", original, folder);
     ASSERT_NE(first, nullptr);
+    // Where every upload is a new document there is no copy to change, and nothing to clash.
+    if (fixture_->storesEveryUploadAsNew()) return;
     const bool silent = fixture_->expectsSilence(Operation::upload);
     if (!silent) {
         ASSERT_TRUE(fixture_->changeRemote(*folder, "changed.pdf", documentBytes(5000, 6)));
@@ -170,6 +188,12 @@ TEST_P(SessionContract, RemoteChangeIsAConflictUnlessOverwriting) {
     if (silent) return;
 
     auto forced = storedDocument(*first, local);
+    if (!fixture_->overwritesChangedCopy()) {
+        event = outcome([&] { session_->uploadWithCloudFile(forced, folder, true); });
+        EXPECT_EQ(event->code(), fixture_->conflictCode()) << describe(*event);
+        EXPECT_TRUE(sameBytes(fixture_->remoteContent(*folder, "changed.pdf"), documentBytes(5000, 6)));
+        return;
+    }
     if (!uploaded(forced, folder, true)) return;
     EXPECT_TRUE(sameBytes(fixture_->remoteContent(*folder, "changed.pdf"), local));
 }
@@ -188,6 +212,30 @@ TEST_P(SessionContract, RenameGivesTheStoredDocumentItsNewName) {
     EXPECT_EQ(stored->name, "after.pdf");
     EXPECT_TRUE(sameBytes(fixture_->remoteContent(*folder, "after.pdf"), bytes));
     EXPECT_EQ(fixture_->remoteContent(*folder, "before.pdf"), std::nullopt);
+}
+
+TEST_P(SessionContract, NamesThatCannotBeSentAreRefusedOnceAndNothingIsStored) {
+    auto folder = fixture_->makeFolder("Contract Names");
+    const std::string bytes = documentBytes(1024, 12);
+    // Invalid UTF-8: a stray continuation byte, a truncated sequence, an overlong "/", NUL.
+    for (const std::string& bad : {std::string("scan\xff.pdf"), std::string("scan\xe2\x82.pdf"),
+                                  std::string("a\xc0\xaf" "b.pdf"), std::string("nul\0.pdf", 8)}) {
+        auto event = outcomeOf(Operation::upload, [&] { session_->uploadWithCloudFile(document(bad, bytes), folder, false); });
+        if (event) {
+            EXPECT_TRUE(failedWith(*event, SessionEvent::Kind::uploadFailed, ErrorCode::fileUpload));
+        }
+    }
+    auto stored = storeDocument("good.pdf", bytes, folder);
+    ASSERT_NE(stored, nullptr);
+    auto event = outcomeOf(Operation::rename, [&] {
+        session_->renameWithCloudFile(stored, "bad\xff.pdf", folder, false, [] { return std::nullopt; });
+    });
+    if (event) {
+        EXPECT_TRUE(failedWith(*event, SessionEvent::Kind::renameFailed, ErrorCode::fileUpload));
+    }
+    if (!fixture_->expectsSilence(Operation::upload)) {
+        EXPECT_TRUE(sameBytes(fixture_->remoteContent(*folder, "good.pdf"), bytes)) << "the document kept its name";
+    }
 }
 
 TEST_P(SessionContract, MoveReportsEveryFileOnce) {
@@ -211,10 +259,12 @@ TEST_P(SessionContract, MoveReportsEveryFileOnce) {
 }
 
 TEST_P(SessionContract, ListsTheSubfoldersOfAFolder) {
-    auto parent = fixture_->makeFolder("Contract Parent");
+    auto parent = fixture_->makeParentFolder("Contract Parent");
     fixture_->makeFolder("Invoices", parent);
     fixture_->makeFolder("Letters", parent);
-    ASSERT_NE(storeDocument("not-a-folder.pdf", documentBytes(100, 11), parent), nullptr);
+    if (fixture_->parentFoldersHoldDocuments()) {
+        ASSERT_NE(storeDocument("not-a-folder.pdf", documentBytes(100, 11), parent), nullptr);
+    }
 
     auto event = outcomeOf(Operation::loadFolders, [&] { session_->loadFoldersInFolder(parent); });
     if (!event) return;
@@ -247,6 +297,12 @@ TEST_P(SessionContract, SettingsDocumentIsDownloadedOnce) {
     std::this_thread::sleep_for(150ms);
     EXPECT_EQ(probe.count(), 1u);
     auto [record, error] = probe.first();
+    if (!serviceDescriptor(fixture_->account()->cloudService).keepsSettingsDocument) {
+        // A service that keeps none answers at once with neither a document nor an error.
+        EXPECT_EQ(record, nullptr);
+        EXPECT_EQ(error, nullptr);
+        return;
+    }
     ASSERT_NE(record, nullptr);
     EXPECT_EQ(error, nullptr) << error->getErrorCode();
     ASSERT_TRUE(record->fileData.has_value());
@@ -264,10 +320,16 @@ TEST_P(SessionContract, SettingsDocumentStaysOneDocumentAcrossFolderChoices) {
                                {VXCloudFile::kUploadFolderNameKey, name},
                                {VXCloudFile::kUploadFolderPathKey, chosen->path.value_or("/" + name)}};
         auto written = document(".quillosettings", settings.dump());
+        if (fixture_->expectsSilence(Operation::uploadSettings)) {
+            EXPECT_FALSE(outcomeOf(Operation::uploadSettings, [&] { session_->uploadWithCloudFile(written, session_->rootFolder(), true); }));
+            EXPECT_EQ(fixture_->documentsNamed(".quillosettings"), 0u);
+            continue;
+        }
         if (!uploaded(written, session_->rootFolder(), true)) return;
         EXPECT_EQ(fixture_->documentsNamed(".quillosettings"), 1u) << "after choosing " << name;
     }
     if (fixture_->expectsSilence(Operation::downloadSettings)) return;
+    if (!serviceDescriptor(fixture_->account()->cloudService).keepsSettingsDocument) return;
     auto [record, error] = settings();
     ASSERT_NE(record, nullptr);
     EXPECT_EQ(error, nullptr) << error->getErrorCode();

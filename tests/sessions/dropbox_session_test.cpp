@@ -11,6 +11,7 @@
 #include "vxcloud/auth/VXCloudTokenStore.h"
 #include "vxcloud/model/VXCloudFileHasher.h"
 #include "vxcloud/model/VXCloudUserDefaults.h"
+#include "vxcloud/sessions/VXCloudServiceConfig.h"
 
 namespace vxcloud::testing {
 namespace {
@@ -81,6 +82,18 @@ TEST_F(DropboxSession, UnchangedContentSendsNoBytesAndReportsItDone) {
     ASSERT_EQ(progress.size(), 1u);
     EXPECT_EQ(progress[0].first, 50000);
     EXPECT_EQ(progress[0].second, 50000);
+
+    // In a folder of many pages the stored copy is found wherever its page is (here the last).
+    fx_.sandbox().configure("dropbox", Json{{"list_folder_page_size", 2}});
+    auto paged = fx_.makeFolder("Paged Lookup");
+    for (int i = 0; i < 7; ++i) fx_.sandbox().putFile("dropbox", "/Paged Lookup/other-" + std::to_string(i) + ".pdf", "x");
+    stored("late.pdf", bytes, paged);
+    fx_.sandbox().resetStats();
+    event = upload(makeStoredDocument(*fx_.account(), "late.pdf", contentHash(bytes), bytes, contentHash(bytes)), paged,
+                   false);
+    ASSERT_EQ(event.kind, Kind::didUpload) << describe(event);
+    EXPECT_EQ(fx_.requests("files/upload"), 0) << "found on a later page, so nothing is sent";
+    EXPECT_GE(fx_.requests("files/list_folder/continue"), 3);
 }
 
 TEST_F(DropboxSession, KnownDocumentIsFoundByHashOrName) {
@@ -438,6 +451,44 @@ TEST_F(DropboxSession, LargeDocumentGoesThroughAnUploadSession) {
     // A conflict at the end of a session is the same conflict as a single upload's.
     event = upload(makeDocument("large.pdf", documentBytes(300 * 1024, 9)), session_->rootFolder(), false);
     EXPECT_TRUE(failedWith(event, Kind::uploadFailed, ErrorCode::fileConflict));
+}
+
+TEST_F(DropboxSession, ASlowUploadThatKeepsMovingOutlastsTheStallLimitButAStallEndsIt) {
+    VXCloudServiceConfig::setNetworkTimeouts({std::chrono::milliseconds(5000), std::chrono::milliseconds(1000)});
+    // 20 MiB read by the service at 5 MiB/s: four times the stall limit, always moving.
+    const std::string bytes = documentBytes(20 * 1024 * 1024, 21);
+    ASSERT_TRUE(fx_.fault("files/upload", "read-rate=5242880"));
+    auto event = upload(makeDocument("slow.pdf", bytes), session_->rootFolder(), false);
+    EXPECT_EQ(event.kind, Kind::didUpload) << describe(event);
+    EXPECT_TRUE(sameBytes(remote("/slow.pdf"), bytes));
+    EXPECT_EQ(delegate_->progressSum(), static_cast<std::int64_t>(bytes.size()));
+
+    // An answer that does not come for three stall limits ends the attempt; the service had
+    // not read the document when the client gave up, so the next attempt stores it once.
+    const auto before = fx_.requests("files/upload");
+    ASSERT_TRUE(fx_.fault("files/upload", "delay=3000"));
+    event = upload(makeDocument("stalled once.pdf", documentBytes(4096, 22)), session_->rootFolder(), false);
+    EXPECT_EQ(event.kind, Kind::didUpload) << describe(event);
+    EXPECT_EQ(fx_.requests("files/upload") - before, 2);
+
+    // Every attempt stalled: the upload fails. The service may still do the work of a request
+    // whose client went away; the person's retry then finds the copy instead of adding one.
+    const std::string stalled = documentBytes(4096, 23);
+    ASSERT_TRUE(fx_.fault("files/upload", "delay=3000", 8));
+    event = upload(makeDocument("stalled.pdf", stalled), session_->rootFolder(), false);
+    VXCloudServiceConfig::setNetworkTimeouts({});
+    fx_.sandbox().clearFaults();
+    EXPECT_EQ(event.kind, Kind::uploadFailed) << describe(event);
+    // Dropbox's rules give a failure without an answer the catch-all code.
+    EXPECT_EQ(event.code(), ErrorCode::fileUpload);
+    std::this_thread::sleep_for(std::chrono::milliseconds(3500));
+    auto retried = makeDocument("stalled.pdf", stalled);
+    retried->localVersion = contentHash(stalled);
+    event = upload(retried, session_->rootFolder(), false);
+    EXPECT_EQ(event.kind, Kind::didUpload) << describe(event);
+    EXPECT_EQ(fx_.documentsNamed("stalled.pdf"), 1u);
+    EXPECT_TRUE(sameBytes(remote("/stalled.pdf"), stalled));
+    EXPECT_EQ(fx_.documentsNamed("stalled once.pdf"), 1u);
 }
 
 TEST_F(DropboxSession, NamesWithUnusualCharactersAreStoredExactly) {

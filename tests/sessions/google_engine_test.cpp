@@ -1,5 +1,6 @@
 // End to end: the host's upload call through the task manager and the upload queue to a
-// Dropbox and a Google Drive account on one sandbox, ending in the one status notification.
+// Dropbox, a Google Drive and a OneDrive account on one sandbox, ending in the one status
+// notification.
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
@@ -7,6 +8,7 @@
 #include "sessions/DropboxFixture.h"
 #include "sessions/GoogleDriveFixture.h"
 #include "sessions/HostUpload.h"
+#include "sessions/OneDriveFixture.h"
 #include "vxcloud/model/VXCloudFileHasher.h"
 
 namespace vxcloud::testing {
@@ -21,26 +23,28 @@ protected:
         std::string error;
         ASSERT_TRUE(dropbox_.setUpBeside(fx_, error)) << error;
         dropbox_.sandbox().putFolder("dropbox", "/Scans");
+        ASSERT_TRUE(oneDrive_.setUpBeside(fx_, error)) << error;
     }
 
     DropboxFixture dropbox_;
+    OneDriveFixture oneDrive_;
     HostUpload host_;
 };
 
-TEST_F(GoogleDriveThroughTheEngine, OnePdfToDropboxAndDriveEndsInOneNotificationWithTwoSuccesses) {
-    VXCloudAccountList accounts = {dropbox_.account(), fx_.account()};
+TEST_F(GoogleDriveThroughTheEngine, OnePdfToDropboxDriveAndOneDriveEndsInOneNotificationWithThreeSuccesses) {
+    VXCloudAccountList accounts = {dropbox_.account(), fx_.account(), oneDrive_.account()};
 
     const std::string pdf = documentBytes(300 * 1024, 77);
     const Json pending = host_.start("scan.pdf", pdf, Json("document-7"), accounts);
     ASSERT_TRUE(pending.is_array());
-    EXPECT_EQ(pending.size(), 2u);
+    EXPECT_EQ(pending.size(), 3u);
 
     const Json info = host_.expectOneNotification();
     ASSERT_TRUE(info.contains("uploadStatus")) << info.dump();
     const Json& status = info["uploadStatus"];
     EXPECT_EQ(status["fileIdentifier"], "document-7");
     const Json& records = status["uploadStatusResponse"];
-    ASSERT_EQ(records.size(), 2u) << status.dump();
+    ASSERT_EQ(records.size(), 3u) << status.dump();
     const ByteBuffer bytes = ByteBuffer::copyOf(pdf);
     for (const Json& record : records) {
         EXPECT_EQ(record["status"], "successful") << record.dump();
@@ -48,6 +52,9 @@ TEST_F(GoogleDriveThroughTheEngine, OnePdfToDropboxAndDriveEndsInOneNotification
         if (record["accountType"] == "google_drive") {
             EXPECT_EQ(record["version"], VXCloudFileHasher::md5Hash(bytes));
             EXPECT_EQ(record["accountId"], fx_.account()->email);
+        } else if (record["accountType"] == "one_drive") {
+            // The digest the drive reported, not the local two-digest version.
+            EXPECT_EQ(record["version"], VXCloudFileHasher::quickXorHash(bytes));
         } else {
             EXPECT_EQ(record["accountType"], "dropbox");
             EXPECT_EQ(record["version"], VXCloudFileHasher::dropboxHash(bytes).value_or(""));
@@ -57,6 +64,7 @@ TEST_F(GoogleDriveThroughTheEngine, OnePdfToDropboxAndDriveEndsInOneNotification
     ASSERT_NE(scans, nullptr);
     EXPECT_TRUE(sameBytes(fx_.remoteContent(*scans, "scan.pdf"), pdf));
     EXPECT_TRUE(sameBytes(dropbox_.sandbox().fileContent("dropbox", "/Scans/scan.pdf"), pdf));
+    EXPECT_TRUE(sameBytes(oneDrive_.sandbox().fileContent("onedrive", "/Scans/scan.pdf"), pdf));
 }
 
 TEST_F(GoogleDriveThroughTheEngine, AScanIsStoredAsAPdfWhereTheServiceKeepsContentTypes) {

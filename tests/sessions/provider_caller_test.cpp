@@ -3,6 +3,9 @@
 // "try again" answers, and what is never repeated or never authorised.
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <thread>
+
 #include <atomic>
 #include <stdexcept>
 
@@ -26,8 +29,38 @@ protected:
     void SetUp() override {
         server_.server().Post("/token", [this](const httplib::Request&, httplib::Response& res) {
             ++refreshes_;
+            if (tokenTrouble_ > 0) {
+                --tokenTrouble_;
+                res.status = 503;
+                return;
+            }
+            if (grantRefused_) {
+                res.status = 400;
+                res.set_content(R"({"error":"invalid_grant"})", "application/json");
+                return;
+            }
             res.set_content(R"({"access_token":"fresh","expires_in":3600,"token_type":"bearer"})",
                             "application/json");
+        });
+        server_.server().Get("/silent", [](const httplib::Request&, httplib::Response& res) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+            res.set_content("late", "text/plain");
+        });
+        server_.server().Get("/trickle", [](const httplib::Request&, httplib::Response& res) {
+            // Ten bytes, one every 200 ms: never still for long, two seconds in all.
+            res.set_chunked_content_provider("text/plain", [](std::size_t sent, httplib::DataSink& sink) {
+                if (sent >= 10) {
+                    sink.done();
+                    return true;
+                }
+                std::this_thread::sleep_for(std::chrono::milliseconds(200));
+                sink.write("x", 1);
+                return true;
+            });
+        });
+        server_.server().Get("/fresh-only", [this](const httplib::Request& req, httplib::Response& res) {
+            ++requests_;
+            res.status = req.get_header_value("Authorization") == "Bearer fresh" ? 200 : 401;
         });
         server_.server().Get("/always-busy", [this](const httplib::Request& req, httplib::Response& res) {
             ++requests_;
@@ -95,6 +128,8 @@ protected:
     test::LoopbackServer server_;
     std::atomic<int> refreshes_{0};
     std::atomic<int> requests_{0};
+    std::atomic<int> tokenTrouble_{0};  // token answers that fail with 503 before one succeeds
+    std::atomic<bool> grantRefused_{false};
     std::string authorization_;
 };
 
@@ -111,6 +146,52 @@ TEST_F(ProviderCallerTest, OneAttemptBudgetCoversRepeatsAndTheResendAfterARefres
     EXPECT_EQ(VXCloudTokenStore::load(kService, kStorage)->accessToken, "fresh");
     // Reading the value of a failure is a programming error, caught, not undefined.
     EXPECT_THROW((void)sent.value(), std::logic_error);
+}
+
+TEST_F(ProviderCallerTest, AFailingRefreshIsTriedAgainButARefusedGrantEndsAtOnce) {
+    // The token endpoint fails twice: asked again within the budget, and the request is sent.
+    tokenTrouble_ = 2;
+    auto sent = caller().send(request("GET", "/fresh-only"));
+    ASSERT_TRUE(sent.ok()) << sent.error().message;
+    EXPECT_EQ(refreshes_, 3);
+    EXPECT_EQ(requests_, 2) << "the 401 and the resend";
+
+    // A refused grant is final: one refresh, and it reads as the refusal it is.
+    ASSERT_TRUE(VXCloudTokenStore::save(kService, kStorage, [] {
+        VXCloudOAuthToken token;
+        token.accessToken = "stale";
+        token.refreshToken = "revoked";
+        token.expiresAt = 4102444800;
+        return token;
+    }()));
+    refreshes_ = 0;
+    grantRefused_ = true;
+    auto refused = caller().send(request("GET", "/fresh-only"));
+    ASSERT_FALSE(refused.ok());
+    EXPECT_EQ(refreshes_, 1);
+    EXPECT_EQ(refused.error().oauthError, "invalid_grant");
+}
+
+TEST_F(ProviderCallerTest, AStallEndsARequestButSteadyProgressNeverDoes) {
+    VXCloudServiceConfig::setNetworkTimeouts({std::chrono::milliseconds(5000), std::chrono::milliseconds(700)});
+    ASSERT_TRUE(VXCloudTokenStore::save(kService, kStorage, [] {
+        VXCloudOAuthToken token;
+        token.accessToken = "fresh";
+        token.expiresAt = 4102444800;
+        return token;
+    }()));
+    auto slow = request("GET", "/trickle");
+    slow.maxAttempts = 1;
+    auto sent = caller().send(slow);
+    ASSERT_TRUE(sent.ok()) << sent.error().message;
+    EXPECT_EQ(sent.value().body, "xxxxxxxxxx");
+
+    auto silent = request("GET", "/silent");
+    silent.maxAttempts = 1;
+    auto stalled = caller().send(silent);
+    VXCloudServiceConfig::setNetworkTimeouts({});
+    ASSERT_FALSE(stalled.ok());
+    EXPECT_TRUE(stalled.error().transient) << stalled.error().message;
 }
 
 TEST_F(ProviderCallerTest, OnlyRefusalsAreRepeatedForRequestsThatCreate) {

@@ -25,6 +25,7 @@ struct VXCloudUploadFolderChange {
         noAnswer,   // the service did not answer within the time limit
         noSession,  // no session could be made for the account
         notSaved,   // the account could not be saved, so nothing else was done
+        notKept,    // the service keeps no settings document (OneNote, WebDAV): none was sent
     };
     Settings settings = Settings::notSaved;
     std::shared_ptr<VXCloudError> error;

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -42,6 +43,10 @@ protected:
 // The content type told by the first byte alone (0 for an empty buffer): "%" is PDF,
 // "F" plain text, and so on; anything unknown is "application/octet-stream".
 std::string mimeType(const ByteBuffer& data);
+
+// Whether a name can be sent to a service: valid UTF-8 (no overlong forms or surrogates)
+// without NUL. Sessions refuse other names before any request.
+bool isSendableName(std::string_view name);
 
 // The service's name as shown to the user ("Google Drive", ..., "WebDAV"), localised.
 std::string displayName(VXCloudService cloudService);

@@ -15,6 +15,7 @@ namespace vxcloud {
 // name them.
 namespace dropbox { struct Metadata; }
 namespace drive { struct File; }
+namespace onedrive { struct Item; }
 
 class VXCloudFile {
 public:
@@ -38,6 +39,9 @@ public:
     // The file record of a Drive file: a folder exactly when its MIME type is the Drive folder
     // type; the MD5 checksum is the version. A file in the trash makes no record.
     static std::shared_ptr<VXCloudFile> initWithFile(const drive::File& file);
+    // The file record of a OneDrive item: a folder when it has a folder facet; for files the
+    // reported SHA-1 as version, or the QuickXorHash on drives that report no SHA-1.
+    static std::shared_ptr<VXCloudFile> initWithOneDriveItem(const onedrive::Item& item);
 
     // "documentId" of fileUploadStatus when it is a string, else name.
     std::string getNameFromUploadStatus() const;

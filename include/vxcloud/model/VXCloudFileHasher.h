@@ -21,8 +21,9 @@ public:
     static constexpr std::size_t DROPBOX_BLOCK_SIZE = 4 * 1024 * 1024;
 
     // The service's digest: MD5 for Google Drive and Evernote, the content hash for
-    // Dropbox, SHA-1 for OneDrive, OneNote and Box; WebDAV computes none and answers
-    // the empty string. Nothing only when the digest routines fail.
+    // Dropbox, SHA-1 for OneNote and Box, SHA-1 and QuickXorHash together for OneDrive
+    // (VXCloudOneDriveVersion's text); WebDAV computes none and answers the empty string.
+    // Nothing only when the digest routines fail.
     static std::optional<std::string> hash(const ByteBuffer& fileData, VXCloudService cloudService);
     static std::string md5Hash(const ByteBuffer& fileData);
     static std::string sha1Hash(const ByteBuffer& fileData);

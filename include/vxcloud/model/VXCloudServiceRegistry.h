@@ -82,6 +82,12 @@ struct VXCloudServiceDescriptor {
 
     // The service allows one linked account at a time; linking another replaces it.
     bool singleAccount = false;
+    // Whether overwriting a copy changed elsewhere replaces it. OneDrive's session stores the
+    // document anew under its name instead, and the service refuses the clash.
+    bool overwritesChangedCopy = true;
+    // Whether the service keeps the per-account settings document. OneNote's session drops
+    // it without an answer, and WebDAV's sends nothing, so nobody waits for one there.
+    bool keepsSettingsDocument = true;
     // Why the service's accounts never upload automatically (English key of the localised
     // text), or empty when they can.
     std::string_view noAutoUploadReason{};

@@ -2,6 +2,7 @@
 // Where each service is reached and which app credentials sign its requests. Process-wide:
 // the host (or the authorisation manager) sets them once at start-up; tests and the demo
 // point them at the sandbox. Every provider client reads them when it is made.
+#include <chrono>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -46,6 +47,16 @@ struct VXCloudUploadLimits {
     friend bool operator==(const VXCloudUploadLimits&, const VXCloudUploadLimits&) = default;
 };
 
+// How long a request may wait before anything moves: to connect, and between two moments
+// when bytes move either way (a stall). There is no limit on a whole request: a large
+// upload that keeps progressing may take as long as it takes.
+struct VXCloudNetworkTimeouts {
+    std::chrono::milliseconds connect{15000};
+    std::chrono::milliseconds stall{60000};
+
+    friend bool operator==(const VXCloudNetworkTimeouts&, const VXCloudNetworkTimeouts&) = default;
+};
+
 class VXCloudServiceConfig {
 public:
     VXCloudServiceConfig() = delete;
@@ -62,6 +73,10 @@ public:
 
     static VXCloudUploadLimits uploadLimits(VXCloudService service);
     static void setUploadLimits(VXCloudService service, VXCloudUploadLimits limits);
+
+    // For every service's requests; values below one millisecond are taken as one.
+    static VXCloudNetworkTimeouts networkTimeouts();
+    static void setNetworkTimeouts(VXCloudNetworkTimeouts timeouts);
 
     // Back to the real URLs, no credentials and the services' own limits.
     static void reset(VXCloudService service);

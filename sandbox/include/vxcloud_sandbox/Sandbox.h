@@ -13,6 +13,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "vxcloud/platform/Json.h"
@@ -45,6 +46,10 @@ struct SandboxAccount {
 //   expire-token                         the request's access token expires just before use
 //   quota-full                           the account's storage is full for this request
 //   skip=2                               let two requests pass before this fault applies
+//   status=503;processed                 handle the request first (bytes stored, ...), then
+//                                        answer the injected status instead
+//   header=retry-after:31                an extra answer header, name kept as written
+//                                        (repeatable; with status)
 struct FaultSpec {
     int status = 0;                      // 0: no injected answer
     std::string body;                    // empty: the provider's own error body for `status`
@@ -55,9 +60,12 @@ struct FaultSpec {
     std::int64_t dropAfterBytes = -1;
     std::int64_t dropResponseAfterBytes = -1;
     int delayMs = 0;
+    std::int64_t readBytesPerSecond = 0;  // > 0: the request's body is read no faster (a slow uplink)
     bool expireToken = false;
+    bool processed = false;              // with status: handled before the injected answer
     bool quotaFull = false;
     int skip = 0;
+    std::vector<std::pair<std::string, std::string>> headers;  // added to the injected answer
 
     static std::optional<FaultSpec> parse(std::string_view text, std::string* error = nullptr);
     // Accepts the JSON object form ({"status": 503, "retry_after": 1, "drop_after": 10, ...})
@@ -137,6 +145,11 @@ public:
     bool enqueueFault(const std::string& route, const FaultSpec& fault, int times = 1,
                       std::string* error = nullptr);
     void clearFaults(const std::string& route = {});
+    // Faults drawn at random for `rate` (0 to 1) of the requests that have none queued, in
+    // an order fixed by `seed`: 429 and 503 with and without Retry-After, connections
+    // dropped before and during bodies, delays, expired access tokens. 0 turns it off.
+    void setRandomFaults(double rate, std::uint64_t seed);
+    std::int64_t randomFaultsDrawn() const;
     RouteStats stats(const std::string& route) const;
     std::vector<RouteStats> allStats() const;
     void resetStats();

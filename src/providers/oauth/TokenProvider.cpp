@@ -71,7 +71,14 @@ TokenProvider::TokenProvider(VXCloudService service, std::string storageName,
       http_(http ? std::move(http) : HttpClient::shared()),
       skew_(skew) {}
 
+std::shared_ptr<TokenProvider> TokenProvider::forGrantedToken(VXCloudService service, std::string accessToken) {
+    auto provider = std::make_shared<TokenProvider>(service, std::string());
+    provider->granted_ = std::move(accessToken);
+    return provider;
+}
+
 TokenResult TokenProvider::accessToken() {
+    if (granted_) return granted(*granted_);
     auto token = VXCloudTokenStore::load(service_, storageName_);
     if (!token) return failed(TokenFailure::Kind::authentication, "no stored token for the account");
     if (!token->expiresWithin(nowSeconds(), skew_.count())) return granted(token->accessToken);
@@ -85,6 +92,8 @@ TokenResult TokenProvider::accessToken() {
 }
 
 TokenResult TokenProvider::refreshAfterRejection(const std::string& rejected) {
+    // The service refused the token it has just granted: nothing better is to be had.
+    if (granted_) return failed(TokenFailure::Kind::authentication, "the service refused the token it granted");
     std::lock_guard lock(refreshLock(service_, storageName_));
     auto token = VXCloudTokenStore::load(service_, storageName_);
     if (!token) return failed(TokenFailure::Kind::authentication, "no stored token for the account");

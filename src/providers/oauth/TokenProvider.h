@@ -28,6 +28,10 @@ struct TokenFailure {
     };
     Kind kind = Kind::authentication;
     ProviderError error;
+
+    // Whether asking again later may succeed (the network or the endpoint failed, the grant
+    // stands).
+    bool passing() const { return kind == Kind::connection || kind == Kind::server; }
 };
 
 struct TokenResult {
@@ -43,6 +47,9 @@ public:
     TokenProvider(VXCloudService service, std::string storageName,
                   std::shared_ptr<HttpClient> http = nullptr,
                   std::chrono::seconds skew = kDefaultSkew);
+    // A token just granted and not stored yet, as a sign-in uses it to name the user before
+    // it knows where to store it: handed out as it is, never refreshed.
+    static std::shared_ptr<TokenProvider> forGrantedToken(VXCloudService service, std::string accessToken);
 
     VXCloudService service() const { return service_; }
     const std::string& storageName() const { return storageName_; }
@@ -60,6 +67,7 @@ private:
     std::string storageName_;
     std::shared_ptr<HttpClient> http_;
     std::chrono::seconds skew_;
+    std::optional<std::string> granted_;
 };
 
 }  // namespace vxcloud::oauth

@@ -1,5 +1,7 @@
 #include "providers/oauth/TokenRequest.h"
 
+#include "vxcloud/sessions/VXCloudServiceConfig.h"
+
 namespace vxcloud::oauth {
 
 HttpRequest tokenRequest(const std::string& tokenUrl, const std::vector<std::pair<std::string, std::string>>& form) {
@@ -10,6 +12,9 @@ HttpRequest tokenRequest(const std::string& tokenUrl, const std::vector<std::pai
     request.headers.set("Accept", "application/json");
     request.body = ByteBuffer::adopt(HttpClient::formEncode(form));
     request.idempotent = false;
+    const VXCloudNetworkTimeouts timeouts = VXCloudServiceConfig::networkTimeouts();
+    request.connectTimeout = timeouts.connect;
+    request.idleTimeout = timeouts.stall;
     return request;
 }
 

@@ -16,6 +16,23 @@ providers::ProviderHooks graphHooks() {
     hooks.readError = [](const HttpResponse& response) {
         return ProviderError::fromOneDriveResponse(response.status, response.body);
     };
+    // A token that could not be had reads like the Graph answer it stands for, so the
+    // OneDrive classifier sees it rightly: a refused grant (revoked, expired, no refresh
+    // token) as a 401, which only a new sign-in mends; a token endpoint that failed, was
+    // throttled or could not be reached as a 503, which a later attempt may mend.
+    hooks.tokenFailure = [](const oauth::TokenFailure& failure) {
+        ProviderError error = failure.error;
+        switch (failure.kind) {
+            case oauth::TokenFailure::Kind::authentication: error.httpStatus = 401; break;
+            case oauth::TokenFailure::Kind::server:
+            case oauth::TokenFailure::Kind::connection:
+                error.httpStatus = 503;
+                error.transient = true;
+                break;
+            case oauth::TokenFailure::Kind::malformed: break;
+        }
+        return error;
+    };
     return hooks;
 }
 
@@ -52,6 +69,15 @@ GraphClient::GraphClient(std::shared_ptr<oauth::TokenProvider> tokens, ClientOpt
 
 std::shared_ptr<GraphClient> GraphClient::forStorageName(const std::string& storageName) {
     return oauth::clientForAccount<GraphClient, ClientOptions>(VXCloudService::oneDrive, storageName);
+}
+
+std::shared_ptr<GraphClient> GraphClient::withGrantedToken(VXCloudService service, std::string apiBase,
+                                                           std::string accessToken) {
+    ClientOptions options;
+    options.endpoints = VXCloudServiceConfig::endpoints(service);
+    options.endpoints.apiBase = std::move(apiBase);
+    return std::make_shared<GraphClient>(oauth::TokenProvider::forGrantedToken(service, std::move(accessToken)),
+                                         std::move(options));
 }
 
 providers::ApiRequest GraphClient::request(const std::string& what, const std::string& method,
@@ -120,7 +146,16 @@ Result<Item> GraphClient::update(const std::string& itemId, const std::optional<
                                  const std::optional<std::string>& parentId) {
     json patch = json::object();
     if (name) patch["name"] = *name;
-    if (parentId) patch["parentReference"] = json{{"id", *parentId}};
+    if (parentId) {
+        // A parent reference wants the top folder's real id; "root" is only an alias in paths.
+        std::string parent = *parentId;
+        if (parent.empty() || parent == "root") {
+            auto root = getItem("root");
+            if (!root.ok()) return root;
+            parent = root.value().id;
+        }
+        patch["parentReference"] = json{{"id", parent}};
+    }
     auto r = request("update", "PATCH", itemPath(itemId));
     r.headers.set("Content-Type", "application/json");
     r.body = ByteBuffer::adopt(patch.dump());

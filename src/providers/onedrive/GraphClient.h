@@ -47,6 +47,10 @@ public:
 
     // A client for the authorisation stored under `storageName`; null when none is stored.
     static std::shared_ptr<GraphClient> forStorageName(const std::string& storageName);
+    // A client on a token just granted for the service's account, before it is stored,
+    // talking to Graph at `apiBase`.
+    static std::shared_ptr<GraphClient> withGrantedToken(VXCloudService service, std::string apiBase,
+                                                         std::string accessToken);
 
     Result<Drive> getDrive();
     // The first page of a folder's children, by id ("root" for the top) or by path below
@@ -82,6 +86,9 @@ private:
     Result<std::string> createUploadSession(const std::string& parentId, const std::string& name,
                                             ConflictBehavior behavior, std::int64_t size);
     Result<std::int64_t> nextExpectedByte(const std::string& uploadUrl, std::int64_t total);
+    // The file `name` in the parent when it holds exactly `data`: an upload whose answer was
+    // lost may have been stored.
+    std::optional<Item> storedAlready(const std::string& parentId, const std::string& name, const ByteBuffer& data);
 
     ClientOptions options_;
     providers::ProviderCaller caller_;

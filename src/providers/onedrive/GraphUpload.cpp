@@ -7,6 +7,7 @@
 
 #include "GraphClient.h"
 #include "GraphWire.h"
+#include "vxcloud/model/VXCloudFileHasher.h"
 
 namespace vxcloud::onedrive {
 
@@ -69,7 +70,25 @@ Result<Item> GraphClient::uploadSimple(const std::string& parentId, const std::s
     r.idempotent = behavior == ConflictBehavior::replace;
     r.onSent = tracker.forRequestAt(0);
     auto item = itemAnswer(r);
+    // A create whose answer was lost is not repeated; it may have been stored all the same.
+    if (!item.ok() && item.error().transient) {
+        if (auto stored = storedAlready(parentId, name, data)) item = Result<Item>::success(std::move(*stored));
+    }
     if (item.ok()) tracker.advance(size);
+    return item;
+}
+
+std::optional<Item> GraphClient::storedAlready(const std::string& parentId, const std::string& name,
+                                               const ByteBuffer& data) {
+    auto r = request("look for a stored upload", "GET", itemPath(parentId) + ":/" + HttpClient::urlEncode(name) + ":");
+    auto found = itemAnswer(r);
+    if (!found.ok() || !found.value().isFile) return std::nullopt;
+    const Item& item = found.value();
+    // Only these very bytes count: same size and the digest every drive reports.
+    if (item.size != static_cast<std::int64_t>(data.size()) || !item.quickXorHash ||
+        *item.quickXorHash != VXCloudFileHasher::quickXorHash(data)) {
+        return std::nullopt;
+    }
     return item;
 }
 
@@ -119,7 +138,8 @@ Result<Item> GraphClient::uploadInSession(const std::string& parentId, const std
     int resumes = 0;
     for (;;) {
         if (offset >= total) {
-            // Every byte is there but no item came back: only a new session can tell.
+            // Every byte is there but the answer with the item was lost.
+            if (auto stored = storedAlready(parentId, name, data)) return Result<Item>::success(std::move(*stored));
             return Result<Item>::failure(caller_.malformed("upload session", "complete without the stored item"));
         }
         const std::int64_t length = std::min(fragment, total - offset);
@@ -162,7 +182,16 @@ Result<Item> GraphClient::uploadInSession(const std::string& parentId, const std
         if ((!overlap && !error.transient) || ++resumes > options_.maxResumes) return Result<Item>::failureOf(sent);
         if (!overlap) std::this_thread::sleep_for(caller_.policy().delayBefore(resumes + 1, HttpResponse{}));
         auto next = nextExpectedByte(uploadUrl, total);
-        if (!next.ok()) return Result<Item>::failureOf(next);
+        if (!next.ok()) {
+            // A session ends when its last fragment commits the file: gone now, it may have.
+            if (next.error().httpStatus == 404) {
+                if (auto stored = storedAlready(parentId, name, data)) {
+                    tracker.advance(total);
+                    return Result<Item>::success(std::move(*stored));
+                }
+            }
+            return Result<Item>::failureOf(next);
+        }
         offset = next.value();
     }
 }
