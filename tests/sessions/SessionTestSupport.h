@@ -133,6 +133,10 @@ public:
     using Settings = std::tuple<std::shared_ptr<VXCloudFile>, std::shared_ptr<VXCloudError>>;
     using Unlinked = std::tuple<std::shared_ptr<VXCloudAccount>, std::optional<PlatformError>>;
 
+    // A session that holds its delegates strongly (OneNote's) would otherwise keep itself
+    // alive through the recorded events, which hold the session.
+    ~SessionDriver() { delegate_->clear(); }
+
     // Drives `session` from now on; false when there is none.
     bool drive(std::shared_ptr<Session> session) {
         session_ = std::move(session);
