@@ -1,4 +1,5 @@
 // The provider emulators this sandbox serves. A new provider adds its module here.
+#include "box/BoxModule.h"
 #include "dropbox/DropboxModule.h"
 #include "framework/ProviderModule.h"
 #include "google/GoogleModule.h"
@@ -13,6 +14,7 @@ std::vector<std::unique_ptr<ProviderModule>> createProviderModules(ProviderConte
     modules.push_back(std::make_unique<google::GoogleModule>(context));
     modules.push_back(std::make_unique<onedrive::OneDriveModule>(context));
     modules.push_back(std::make_unique<onenote::OneNoteModule>(context));
+    modules.push_back(std::make_unique<box::BoxModule>(context));
     return modules;
 }
 

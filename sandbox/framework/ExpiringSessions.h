@@ -4,6 +4,7 @@
 // is gone as if it never existed. Not synchronised: the module's store lock guards it.
 #include <cstdint>
 #include <map>
+#include <set>
 #include <string>
 
 #include "framework/Clock.h"
@@ -23,15 +24,26 @@ public:
         entries_[id] = Entry{std::move(session), clock_.nowSeconds() + lifetime};
         return id;
     }
+    // Keeps `session` under an id the provider made itself (its own alphabet or case).
+    void insert(const std::string& id, T session, std::int64_t lifetime) {
+        entries_[id] = Entry{std::move(session), clock_.nowSeconds() + lifetime};
+    }
     // The live session with that id, or null; an expired one is forgotten on the way.
     T* find(const std::string& id) {
         const auto it = entries_.find(id);
         if (it == entries_.end()) return nullptr;
         if (clock_.nowSeconds() >= it->second.expiresAt) {
             entries_.erase(it);
+            expired_.insert(id);
             return nullptr;
         }
         return &it->second.value;
+    }
+    // Whether `id` named a session that ran out, for providers that answer an expired
+    // session otherwise than an unknown one.
+    bool expired(const std::string& id) {
+        find(id);
+        return expired_.count(id) > 0;
     }
     void erase(const std::string& id) { entries_.erase(id); }
     // Keeps a live session `lifetime` more seconds from now (providers that extend a
@@ -53,6 +65,7 @@ private:
     };
     const Clock& clock_;
     std::map<std::string, Entry> entries_;
+    std::set<std::string> expired_;
 };
 
 }  // namespace vxcloud::sandbox

@@ -169,7 +169,7 @@ void OAuthEndpoints::token(Request& request, Response& response) {
         std::optional<std::string> redirect, verifier;
         if (form.count("redirect_uri")) redirect = form["redirect_uri"];
         if (form.count("code_verifier")) verifier = form["code_verifier"];
-        grant = module_.tokens().exchangeCode(form["code"], clientId, redirect, verifier);
+        grant = module_.tokens().exchangeCode(form["code"], clientId, redirect, verifier, hooks_.redirectUriOptional);
     } else if (grantType == "refresh_token") {
         if (form["refresh_token"].empty()) {
             return oauthError(response, {400, "invalid_request", "refresh_token is missing"});

@@ -42,6 +42,9 @@ struct OAuthHooks {
     // Whether the token endpoint also takes its parameters in the URL's query string (Dropbox
     // accepts either; its SDKs send them there with an empty body). Body fields win.
     bool tokenParamsInQuery = false;
+    // Whether the code exchange may leave out the redirect_uri the authorize request named
+    // (Box's token request has no such field); one that is sent must still match.
+    bool redirectUriOptional = false;
 };
 
 class OAuthEndpoints {

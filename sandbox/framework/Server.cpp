@@ -18,6 +18,8 @@ namespace {
 constexpr const char* kFaultHeader = "X-Sandbox-Fault";
 // Where a multipart/form-data Content-Type waits while the library reads the body (below).
 constexpr const char* kHeldContentType = "X-Sandbox-Held-Content-Type";
+// Where the method of an OPTIONS request with a body waits while the library reads it as a POST.
+constexpr const char* kHeldMethod = "X-Sandbox-Held-Method";
 
 struct Route {
     ProviderModule* module = nullptr;
@@ -180,11 +182,12 @@ struct Server::Impl {
         const_cast<httplib::Request&>(raw).ranges.clear();
 
         Request request;
-        request.method = raw.method;
+        request.method = raw.has_header(kHeldMethod) ? raw.get_header_value(kHeldMethod) : raw.method;
         request.path = raw.path;
         request.target = raw.target;
         const bool held = raw.has_header(kHeldContentType);
         for (const auto& [name, value] : raw.headers) {
+            if (asciiLower(name) == asciiLower(kHeldMethod)) continue;
             if (held && asciiLower(name) == "content-type") continue;
             if (held && asciiLower(name) == asciiLower(kHeldContentType)) {
                 request.headers.emplace("Content-Type", value);
@@ -194,7 +197,7 @@ struct Server::Impl {
         }
         for (const auto& [name, value] : raw.params) request.query.emplace(name, value);
 
-        const Route* route = match(raw.method, raw.path, request.captures);
+        const Route* route = match(request.method, raw.path, request.captures);
         const std::string key = route ? route->key : "unmatched";
         ProviderModule* module = route ? route->module : nullptr;
         const std::string provider = module ? module->name() : std::string();
@@ -246,7 +249,7 @@ struct Server::Impl {
         }
 
         if (!route) {
-            response.text(404, "No sandbox route for " + raw.method + " " + raw.path + "\n");
+            response.text(404, "No sandbox route for " + request.method + " " + raw.path + "\n");
         } else {
             if (fault && fault->expireToken) {
                 if (const auto token = request.bearerToken()) module->tokens().expireAccessTokens({}, *token);
@@ -343,6 +346,12 @@ bool Server::start(const std::string& host, int port, std::string& error, const 
         if (type != headers.end() && asciiLower(type->second).rfind("multipart/form-data", 0) == 0) {
             headers.emplace(kHeldContentType, type->second);
             type->second = "application/octet-stream";
+        }
+        // The library reads no body of an OPTIONS request (Box's preflight check has one, and
+        // left unread it would spoil the connection): read as a POST, handled as OPTIONS.
+        if (q.method == "OPTIONS" && requestHasBody(q)) {
+            headers.emplace(kHeldMethod, "OPTIONS");
+            const_cast<httplib::Request&>(q).method = "POST";
         }
         return httplib::Server::HandlerResponse::Unhandled;
     });

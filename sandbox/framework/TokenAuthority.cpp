@@ -39,6 +39,11 @@ void TokenAuthority::setAccessLifetime(std::int64_t seconds) {
     policy_.accessLifetime = seconds;
 }
 
+void TokenAuthority::setReplayUntilSuccessorUsed(bool enabled) {
+    std::lock_guard lock(mutex_);
+    policy_.replayUntilSuccessorUsed = enabled;
+}
+
 IssuedTokens TokenAuthority::issueLocked(const std::string& accountId, const std::string& scope,
                                          const std::string& clientId, bool withRefreshToken,
                                          const std::string& existingRefresh) {
@@ -74,6 +79,7 @@ TokenAuthority::Check TokenAuthority::check(const std::string& accessToken) cons
     result.accountId = it->second.accountId;
     result.scope = it->second.scope;
     result.status = clock_.nowSeconds() >= it->second.expiresAt ? Status::expired : Status::valid;
+    if (result.status == Status::valid) it->second.used = true;
     return result;
 }
 
@@ -119,7 +125,7 @@ bool TokenAuthority::deny(const std::string& requestId) {
 
 TokenGrant TokenAuthority::exchangeCode(const std::string& code, const std::string& clientId,
                                         const std::optional<std::string>& redirectUri,
-                                        const std::optional<std::string>& verifier) {
+                                        const std::optional<std::string>& verifier, bool redirectUriOptional) {
     std::lock_guard lock(mutex_);
     const auto it = codes_.find(code);
     if (it == codes_.end()) return grantError("invalid_grant", "code doesn't exist or has expired");
@@ -135,8 +141,10 @@ TokenGrant TokenAuthority::exchangeCode(const std::string& code, const std::stri
         return grantError("invalid_grant", "code was issued to another client_id");
     }
     const std::string expectedRedirect = record.request.redirectUri;
-    if (expectedRedirect.empty() ? redirectUri.has_value() && !redirectUri->empty()
-                                 : (!redirectUri || *redirectUri != expectedRedirect)) {
+    if (redirectUriOptional && !redirectUri) {
+        // Left out: the provider does not ask for it again.
+    } else if (expectedRedirect.empty() ? redirectUri.has_value() && !redirectUri->empty()
+                                        : (!redirectUri || *redirectUri != expectedRedirect)) {
         return grantError("invalid_grant", "redirect_uri mismatch");
     }
     const auto& challenge = record.request.codeChallenge;
@@ -170,14 +178,47 @@ TokenGrant TokenAuthority::refresh(const std::string& refreshToken, const std::s
     if (!record.clientId.empty() && !clientId.empty() && clientId != record.clientId) {
         return grantError("invalid_grant", "refresh token was issued to another client_id");
     }
+    if (record.spent) {
+        TokenGrant grant;
+        grant.tokens = replayLocked(record);
+        if (!grant.tokens) return grantError("invalid_grant", "refresh token is invalid or revoked");
+        return grant;
+    }
     TokenGrant grant;
     if (policy_.rotateRefreshTokens) {
+        const bool grace = policy_.refreshTokensSingleUse && policy_.replayUntilSuccessorUsed;
         if (policy_.refreshTokensSingleUse) revokeFamilyLocked(refreshToken);
         grant.tokens = issueLocked(record.accountId, record.scope, record.clientId, true, "");
+        if (grace) {
+            // Dead as before, but kept able to answer the same pair while that is unused.
+            RefreshRecord& spent = refresh_[refreshToken];
+            spent.revoked = false;
+            spent.spent = true;
+            spent.successorAccess = grant.tokens->accessToken;
+            spent.successorRefresh = grant.tokens->refreshToken;
+        }
     } else {
         grant.tokens = issueLocked(record.accountId, record.scope, record.clientId, false, refreshToken);
     }
     return grant;
+}
+
+std::optional<IssuedTokens> TokenAuthority::replayLocked(const RefreshRecord& spent) const {
+    if (!policy_.replayUntilSuccessorUsed) return std::nullopt;
+    const auto access = access_.find(spent.successorAccess);
+    const auto next = refresh_.find(spent.successorRefresh);
+    if (access == access_.end() || next == refresh_.end()) return std::nullopt;
+    const std::int64_t left = access->second.expiresAt - clock_.nowSeconds();
+    if (access->second.used || access->second.revoked || left <= 0 || next->second.revoked || next->second.spent) {
+        return std::nullopt;
+    }
+    IssuedTokens out;
+    out.accessToken = spent.successorAccess;
+    out.refreshToken = spent.successorRefresh;
+    out.expiresIn = left;
+    out.accountId = spent.accountId;
+    out.scope = spent.scope;
+    return out;
 }
 
 void TokenAuthority::revokeFamilyLocked(const std::string& refreshToken) {

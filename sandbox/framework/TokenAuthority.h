@@ -20,7 +20,10 @@ struct TokenPolicy {
     std::int64_t codeLifetime = 600;
     std::int64_t refreshLifetime = 0;       // 0: refresh tokens do not expire on their own
     bool rotateRefreshTokens = false;       // every refresh answers a new refresh token
-    bool refreshTokensSingleUse = false;    // ...and the old one dies at once
+    bool refreshTokensSingleUse = false;    // ...and the old one dies at once,
+    // unless this grace is on: sent again before the pair it got is used, a single-use
+    // refresh token answers that same pair (Box's answer to concurrent refreshes).
+    bool replayUntilSuccessorUsed = false;
 };
 
 struct IssuedTokens {
@@ -60,6 +63,7 @@ public:
 
     TokenPolicy policy() const;
     void setAccessLifetime(std::int64_t seconds);
+    void setReplayUntilSuccessorUsed(bool enabled);
 
     IssuedTokens issue(const std::string& accountId, const std::string& scope, bool withRefreshToken);
 
@@ -80,10 +84,11 @@ public:
     bool deny(const std::string& requestId);
 
     // The authorization_code grant. `redirectUri` must equal the one sent to authorize (and
-    // be absent when none was sent); `verifier` must match the PKCE challenge.
+    // be absent when none was sent; with `redirectUriOptional` it may be left out
+    // altogether); `verifier` must match the PKCE challenge.
     TokenGrant exchangeCode(const std::string& code, const std::string& clientId,
                             const std::optional<std::string>& redirectUri,
-                            const std::optional<std::string>& verifier);
+                            const std::optional<std::string>& verifier, bool redirectUriOptional = false);
     TokenGrant refresh(const std::string& refreshToken, const std::string& clientId);
 
     // Revokes an access token together with its refresh token and every access token
@@ -101,6 +106,7 @@ private:
         std::string refreshToken;
         std::int64_t expiresAt = 0;
         bool revoked = false;
+        mutable bool used = false;          // a request has carried it
     };
     struct RefreshRecord {
         std::string accountId;
@@ -108,6 +114,10 @@ private:
         std::string clientId;
         std::int64_t expiresAt = 0;         // 0: never
         bool revoked = false;
+        // Single-use with the replay grace: spent, and the pair it was exchanged for.
+        bool spent = false;
+        std::string successorAccess;
+        std::string successorRefresh;
     };
     struct CodeRecord {
         AuthorizationRequest request;
@@ -122,6 +132,8 @@ private:
                              const std::string& clientId, bool withRefreshToken,
                              const std::string& existingRefresh);
     void revokeFamilyLocked(const std::string& refreshToken);
+    // The pair a spent refresh token got, while the grace lets it answer that pair again.
+    std::optional<IssuedTokens> replayLocked(const RefreshRecord& spent) const;
 
     const Clock& clock_;
     mutable std::mutex mutex_;
