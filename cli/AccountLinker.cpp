@@ -16,6 +16,7 @@
 #include "HostContext.h"
 #include "Output.h"
 #include "Prompts.h"
+#include "SandboxConnection.h"
 #include "vxcloud/auth/VXCloudAuthManager.h"
 #include "vxcloud/engine/VXCloudUtils.h"
 #include "vxcloud/model/VXCloudConstants.h"
@@ -32,8 +33,6 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// The sandbox's stand-in registration, used when the host has none of its own.
-constexpr const char* kSandboxClientId = "vxcloud-cli";
 // Google serves desktop apps on any loopback port.
 constexpr const char* kLoopbackRedirect = "http://127.0.0.1/";
 
@@ -73,7 +72,7 @@ std::string credentialValue(const HostContext& context, VXCloudService service, 
 std::optional<VXCloudAppCredentials> appFor(const HostContext& context, VXCloudService service) {
     if (auto own = context.credentials().appCredentials(service)) return own;
     if (context.sandbox() && context.sandbox()->providerName(service))
-        return VXCloudAppCredentials{kSandboxClientId, std::nullopt};
+        return sandboxCredentials(service);
     return std::nullopt;
 }
 

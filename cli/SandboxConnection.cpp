@@ -10,6 +10,7 @@
 #include "CliError.h"
 #include "Credentials.h"
 #include "Paths.h"
+#include "vxcloud/model/VXCloudServiceRegistry.h"
 #include "vxcloud/sessions/VXCloudServiceConfig.h"
 
 namespace vxcloud::cli {
@@ -18,6 +19,8 @@ namespace {
 
 // The client id the host presents to the sandbox when it has none of its own.
 constexpr const char* kSandboxClientId = "vxcloud-cli";
+// The sandbox takes any secret; a real service never sees this one.
+constexpr const char* kSandboxSecret = "vxcloud-cli-sandbox-secret";
 
 }  // namespace
 
@@ -31,9 +34,17 @@ SandboxConnection connectSandbox(const std::string& url, const std::string& caFi
     return *connection;
 }
 
+VXCloudAppCredentials sandboxCredentials(VXCloudService service) {
+    VXCloudAppCredentials credentials{kSandboxClientId, std::nullopt};
+    for (const auto& field : serviceDescriptor(service).credentials) {
+        if (field.role == VXCloudCredentialField::Role::clientSecret && field.required) credentials.clientSecret = kSandboxSecret;
+    }
+    return credentials;
+}
+
 void applySandbox(const SandboxConnection& sandbox, const HostCredentials& credentials) {
     for (VXCloudService service : sandbox::pointAtSandbox(sandbox)) {
-        if (!credentials.complete(service)) VXCloudServiceConfig::setCredentials(service, {kSandboxClientId, std::nullopt});
+        if (!credentials.complete(service)) VXCloudServiceConfig::setCredentials(service, sandboxCredentials(service));
     }
 }
 

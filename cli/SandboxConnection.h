@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "vxcloud/sessions/VXCloudServiceConfig.h"
 #include "vxcloud_sandbox/SandboxClient.h"
 
 namespace vxcloud::cli {
@@ -23,8 +24,12 @@ using sandbox::serviceForSandboxProvider;
 // HTTPS; throws CliError when it does not answer.
 SandboxConnection connectSandbox(const std::string& url, const std::string& caFile = {});
 
+// The stand-in app registration the sandbox accepts for a service: a client id, and a
+// secret where the service's sign-in needs one (Box).
+VXCloudAppCredentials sandboxCredentials(VXCloudService service);
+
 // Points each emulated service's endpoints at the sandbox. Services without credentials
-// of the host's own get the sandbox's stand-in client id, so token refreshes work.
+// of the host's own get the sandbox's stand-in ones, so token refreshes work.
 void applySandbox(const SandboxConnection& sandbox, const HostCredentials& credentials);
 
 // The sandbox remembered by `vxcloud sandbox-connect`, from the file; an empty URL when none.

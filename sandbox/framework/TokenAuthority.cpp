@@ -55,8 +55,11 @@ IssuedTokens TokenAuthority::issueLocked(const std::string& accountId, const std
     std::string family = existingRefresh;
     if (withRefreshToken) {
         out.refreshToken = policy_.refreshPrefix + randomToken(48);
-        RefreshRecord record{accountId, scope, clientId,
-                             policy_.refreshLifetime > 0 ? now + policy_.refreshLifetime : 0, false};
+        RefreshRecord record;
+        record.accountId = accountId;
+        record.scope = scope;
+        record.clientId = clientId;
+        record.expiresAt = policy_.refreshLifetime > 0 ? now + policy_.refreshLifetime : 0;
         refresh_[out.refreshToken] = record;
         family = out.refreshToken;
     }

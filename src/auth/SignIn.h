@@ -37,6 +37,7 @@ extern const SignIn kGoogleSignIn;
 // Microsoft's identity platform, for OneDrive and for OneNote (its own account and scopes).
 extern const SignIn kOneDriveSignIn;
 extern const SignIn kOneNoteSignIn;
+extern const SignIn kBoxSignIn;
 // The endpoint naming Microsoft Graph's root for OneNote, whose base is the notes service.
 inline constexpr const char* kGraphRootEndpointKey = "graph";
 

@@ -140,6 +140,15 @@ bool VXCloudTokenStore::remove(VXCloudService service, const std::string& storag
     }
 }
 
+std::unique_ptr<SecureItemLock> VXCloudTokenStore::lock(VXCloudService service, const std::string& storageName) {
+    try {
+        auto store = SecureStore::shared();
+        return store ? store->lockItem(keyFor(service, storageName)) : nullptr;
+    } catch (...) {
+        return nullptr;
+    }
+}
+
 std::vector<std::string> VXCloudTokenStore::storageNames(VXCloudService service) {
     std::vector<std::string> names;
     try {

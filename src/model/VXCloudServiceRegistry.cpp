@@ -7,6 +7,7 @@
 
 #include "auth/SignIn.h"
 #include "vxcloud/model/VXCloudConstants.h"
+#include "vxcloud/sessions/VXCloudBoxSession.h"
 #include "vxcloud/sessions/VXCloudDropboxSession.h"
 #include "vxcloud/sessions/VXCloudGoogleDriveSession.h"
 #include "vxcloud/sessions/VXCloudOneDriveSession.h"
@@ -35,6 +36,11 @@ constexpr Extra kGoogleExtra[] = {
 // Graph's root, whose drive names the signed-in account: OneNote's base is the notes service below it.
 constexpr Extra kOneNoteExtra[] = {
     {"graph", "https://graph.microsoft.com/v1.0"},
+};
+
+// Box's token revocation, used when an account is signed out.
+constexpr Extra kBoxExtra[] = {
+    {"revoke", "https://api.box.com/oauth2/revoke"},
 };
 
 constexpr Field kGoogleCredentials[] = {
@@ -146,6 +152,12 @@ constinit const std::array<VXCloudServiceDescriptor, 7> kEntries = {{
         .keyPrefix = "VX_Box_",
         .iconName = "box",
         .displayName = "Box",
+        .makeSession = make<VXCloudBoxSession>,
+        // The metadata API, the upload host, the browser sign-in and the token endpoint; the
+        // revoke endpoint signs an account out.
+        .endpoints = {"https://api.box.com/2.0", "https://upload.box.com/api/2.0",
+                      "https://account.box.com/api/oauth2/authorize", "https://api.box.com/oauth2/token", kBoxExtra},
+        .signIn = &auth::kBoxSignIn,
         .credentialsSection = "box",
         .environmentName = "BOX",
         .credentials = kBoxCredentials,

@@ -1,4 +1,5 @@
 #include "platform/AtomicFile.h"
+#include "platform/FileLock.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -229,25 +230,6 @@ std::string replaceAtomically(const std::string& path, const Json& document, mod
     }
     return {};
 }
-
-// flock() on "<path>.lock", released on destruction.
-class FileLock {
-public:
-    int acquire(const std::string& lockPath, mode_t mode) {
-        fd_.reset(openRetrying(lockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, mode));
-        if (!fd_.valid()) return errno;
-        while (::flock(fd_.get(), LOCK_EX) != 0) {
-            if (errno != EINTR) return errno;
-        }
-        return 0;
-    }
-    ~FileLock() {
-        if (fd_.valid()) ::flock(fd_.get(), LOCK_UN);
-    }
-
-private:
-    Fd fd_;
-};
 
 }  // namespace
 

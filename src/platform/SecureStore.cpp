@@ -1,9 +1,13 @@
 #include "vxcloud/platform/SecureStore.h"
 
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <mutex>
 #include <utility>
 
+#include "platform/FileLock.h"
 #include "platform/SecureStoreBackends.h"
 #include "vxcloud/platform/Log.h"
 #include "platform/Xdg.h"
@@ -24,6 +28,38 @@ SharedStore& sharedStore() {
 }  // namespace
 
 SecureStore::~SecureStore() = default;
+SecureItemLock::~SecureItemLock() = default;
+
+namespace {
+
+class FileItemLock final : public SecureItemLock {
+public:
+    detail::FileLock lock;
+};
+
+}  // namespace
+
+std::string SecureStore::lockFolder() const { return xdg::dataHome() + "/vxcloud/locks"; }
+
+std::unique_ptr<SecureItemLock> SecureStore::lockItem(const SecureItemKey& key) const {
+    const std::string folder = lockFolder();
+    std::error_code error;
+    std::filesystem::create_directories(folder, error);
+    // Named by a hash of the key (FNV-1a): accounts may hold any character, and two keys
+    // that happen to share a name only wait for each other.
+    std::uint64_t hash = 14695981039346656037ULL;
+    for (const std::string& part : {key.itemClass, std::to_string(key.type), key.account, key.service}) {
+        for (const char c : part + '\n') hash = (hash ^ static_cast<unsigned char>(c)) * 1099511628211ULL;
+    }
+    char name[17];
+    std::snprintf(name, sizeof name, "%016llx", static_cast<unsigned long long>(hash));
+    auto held = std::make_unique<FileItemLock>();
+    if (const int failed = held->lock.acquire(folder + "/" + std::string(name) + ".lock")) {
+        log::warning("secure-store", "cannot lock an item: " + std::string(std::strerror(failed)));
+        return nullptr;
+    }
+    return held;
+}
 
 std::shared_ptr<SecureStore> SecureStore::shared() {
     SharedStore& s = sharedStore();

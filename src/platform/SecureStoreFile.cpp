@@ -132,6 +132,9 @@ Json& itemsOf(Json& document) {
 
 class FileSecureStore final : public SecureStore {
 public:
+    // Beside the file, so stores in different places never share locks.
+    std::string lockFolder() const override { return file_.path() + ".locks"; }
+
     explicit FileSecureStore(std::string path)
         : file_(std::move(path),
                 {.logCategory = "secure-store",

@@ -121,13 +121,15 @@ void AuthTest::configureEndpoints() {
     fx_.pointAt(VXCloudService::dropbox);
     fx_.pointAt(VXCloudService::googleDrive);
     fx_.pointAt(VXCloudService::oneDrive);
+    fx_.pointAt(VXCloudService::box);
 }
 
 void AuthTest::setUpManager(const std::string& googleRedirect, const std::vector<std::string>& oneDriveScopes) {
     manager().setup(std::make_shared<VXCloudDropboxInfo>(kDropboxAppKey),
                     std::make_shared<VXCloudGoogleDriveInfo>(kGoogleClientId, googleRedirect,
                                                              std::vector<std::string>{}, kGoogleClientSecret),
-                    std::make_shared<VXCloudOneDriveInfo>(kOneDriveApplicationId, oneDriveScopes));
+                    std::make_shared<VXCloudOneDriveInfo>(kOneDriveApplicationId, oneDriveScopes),
+                    std::make_shared<VXCloudBoxInfo>(kBoxClientId, kBoxClientSecret));
 }
 
 bool AuthTest::waitForResults(std::size_t count, std::chrono::milliseconds timeout) {

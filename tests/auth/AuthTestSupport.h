@@ -33,6 +33,8 @@ inline constexpr const char* kDropboxAppKey = "sandbox-dropbox-app";
 inline constexpr const char* kGoogleClientId = "sandbox-client.apps.googleusercontent.com";
 inline constexpr const char* kGoogleClientSecret = "sandbox-desktop-secret";
 inline constexpr const char* kOneDriveApplicationId = "sandbox-onedrive-app";
+inline constexpr const char* kBoxClientId = "sandbox-box-app";
+inline constexpr const char* kBoxClientSecret = "sandbox-box-secret";
 
 // One auth notification as an observer on the main queue saw it.
 struct PostedResult {

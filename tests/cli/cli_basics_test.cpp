@@ -179,10 +179,14 @@ TEST(CliLink, SaysWhichCredentialsAreMissingAndWhereTheyGo) {
     EXPECT_TRUE(contains(google.err, "VXCLOUD_GOOGLE_CLIENT_SECRET")) << google.err;
 
     // A service without a sign-in in this version says so instead of asking for credentials.
+    const RunResult evernote = home.run({"link", "evernote"});
+    EXPECT_EQ(evernote.status, 1);
+    EXPECT_TRUE(contains(evernote.err, "not available in this version")) << evernote.err;
+    EXPECT_FALSE(contains(evernote.err, "credentials.json")) << evernote.err;
+    // Box's sign-in wants the app's client id and secret.
     const RunResult box = home.run({"link", "box"});
-    EXPECT_EQ(box.status, 1);
-    EXPECT_TRUE(contains(box.err, "not available in this version")) << box.err;
-    EXPECT_FALSE(contains(box.err, "credentials.json")) << box.err;
+    EXPECT_EQ(box.status, 2);
+    EXPECT_TRUE(contains(box.err, "client secret")) << box.err;
 
     // A damaged credentials file is reported, not fatal for commands that need none.
     writeFile(home.path() + "/config/vxcloud/credentials.json", "{not json");

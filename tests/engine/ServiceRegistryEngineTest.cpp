@@ -18,7 +18,7 @@ TEST_F(ServiceRegistryEngineTest, AccountsOfServicesWithoutASessionAreFiledAsNee
         return std::make_shared<ScriptedSession>(a, script);
     });
     VXCloudAccountList accounts = {account("a@example.com", VXCloudService::dropbox)};
-    for (VXCloudService service : {VXCloudService::box, VXCloudService::evernote}) {
+    for (VXCloudService service : {VXCloudService::evernote}) {
         ASSERT_FALSE(serviceDescriptor(service).makeSession) << accountType(service);
         accounts.push_back(account(std::string(accountType(service)) + "@example.com", service));
         EXPECT_EQ(accounts.back()->sessionForAccount(), nullptr);

@@ -63,7 +63,7 @@ TEST(ServiceRegistry, EveryNameFindsItsOwnServiceWhateverTheCaseAndPunctuation) 
 
 TEST(ServiceRegistry, ServicesWithoutASessionOrSignInMakeNone) {
     setCloudSessionFactoryOverride(nullptr);
-    for (VXCloudService service : {VXCloudService::box, VXCloudService::evernote}) {
+    for (VXCloudService service : {VXCloudService::evernote}) {
         SCOPED_TRACE(accountType(service));
         const VXCloudServiceDescriptor& entry = serviceDescriptor(service);
         EXPECT_FALSE(entry.makeSession);
@@ -78,6 +78,7 @@ TEST(ServiceRegistry, ServicesWithoutASessionOrSignInMakeNone) {
     EXPECT_TRUE(offersSignIn(VXCloudService::dropbox));
     EXPECT_TRUE(offersSignIn(VXCloudService::googleDrive));
     EXPECT_TRUE(offersSignIn(VXCloudService::oneDrive));
+    EXPECT_TRUE(offersSignIn(VXCloudService::box));
     EXPECT_FALSE(offersSignIn(VXCloudService::webDAV));
     EXPECT_EQ(serviceDescriptor(VXCloudService::webDAV).linking, VXCloudLinking::accountForm);
 }
@@ -88,7 +89,8 @@ TEST(ServiceRegistry, DefaultEndpointsComeFromTheEntries) {
     EXPECT_EQ(google.extra.at("userinfo"), "https://openidconnect.googleapis.com/v1/userinfo");
     EXPECT_EQ(google.extra.size(), serviceDescriptor(VXCloudService::googleDrive).endpoints.extra.size());
     // Services not built yet have none, rather than another service's.
-    EXPECT_EQ(VXCloudServiceConfig::defaultEndpoints(VXCloudService::box), VXCloudServiceEndpoints{});
+    EXPECT_EQ(VXCloudServiceConfig::defaultEndpoints(VXCloudService::evernote), VXCloudServiceEndpoints{});
+    EXPECT_EQ(VXCloudServiceConfig::defaultEndpoints(VXCloudService::box).extra.at("revoke"), "https://api.box.com/oauth2/revoke");
 }
 
 TEST(ServiceRegistry, OnlyTheNamedServicesRefuseAutomaticUploadOrAllowOneAccount) {

@@ -1,3 +1,4 @@
+#include "sessions/BoxFixture.h"
 #include "sessions/DropboxFixture.h"
 #include "sessions/GoogleDriveFixture.h"
 #include "sessions/OneDriveFixture.h"
@@ -12,6 +13,7 @@ std::vector<ProviderCase> contractProviders() {
         {"GoogleDrive", [] { return std::make_unique<GoogleDriveFixture>(); }},
         {"OneDrive", [] { return std::make_unique<OneDriveFixture>(); }},
         {"OneNote", [] { return std::make_unique<OneNoteFixture>(); }},
+        {"Box", [] { return std::make_unique<BoxFixture>(); }},
     };
 }
 

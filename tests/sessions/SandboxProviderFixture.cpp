@@ -36,7 +36,7 @@ bool SandboxProviderFixture::linkFirstAccount(std::string& error) {
         return false;
     }
     pointAt(provider_.service);
-    VXCloudServiceConfig::setCredentials(provider_.service, {provider_.clientId, std::nullopt});
+    VXCloudServiceConfig::setCredentials(provider_.service, {provider_.clientId, clientSecret()});
     VXCloudServiceConfig::setUploadLimits(provider_.service, {});
     if (!prepare(error)) return false;
     account_ = linkAccount(sandboxAccount_, error);

@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "sessions/ProviderFixture.h"
@@ -60,6 +61,8 @@ protected:
 
     // The provider's own preparation, once the sandbox runs and before the account is linked.
     virtual bool prepare(std::string& /*error*/) { return true; }
+    // The app's secret, for services whose token endpoint wants one.
+    virtual std::optional<std::string> clientSecret() const { return std::nullopt; }
     // Where the component looks for the account's tokens.
     virtual std::string storageName(const VXCloudAccount& account) const { return account.userId; }
     // The id of the account's upload folder "/Scans", made at the sandbox where the service

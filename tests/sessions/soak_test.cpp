@@ -20,6 +20,7 @@
 
 #include "sessions/DropboxFixture.h"
 #include "sessions/GoogleDriveFixture.h"
+#include "sessions/BoxFixture.h"
 #include "sessions/OneDriveFixture.h"
 #include "support/TempFolder.h"
 #include "vxcloud/engine/UploadStatus.h"
@@ -103,8 +104,9 @@ protected:
         std::string error;
         ASSERT_TRUE(google_.setUpBeside(fx_, error)) << error;
         ASSERT_TRUE(oneDrive_.setUpBeside(fx_, error)) << error;
+        ASSERT_TRUE(box_.setUpBeside(fx_, error)) << error;
         // Every seeded account of the providers that upload automatically; OneDrive keeps one.
-        for (SandboxProviderFixture* provider : std::initializer_list<SandboxProviderFixture*>{&fx_, &google_}) {
+        for (SandboxProviderFixture* provider : std::initializer_list<SandboxProviderFixture*>{&fx_, &google_, &box_}) {
             for (const auto& seeded : fx_.sandbox().accounts(provider->provider().name)) {
                 if (provider->provider().name == "dropbox") fx_.sandbox().putFolder("dropbox", "/Scans", seeded.userId);
                 auto account = seeded.userId == provider->sandboxAccount().userId
@@ -164,6 +166,7 @@ protected:
         switch (service) {
             case VXCloudService::googleDrive: return VXCloudFileHasher::md5Hash(data);
             case VXCloudService::dropbox: return VXCloudFileHasher::dropboxHash(data).value_or("");
+            case VXCloudService::box: return VXCloudFileHasher::sha1Hash(data);
             default: return VXCloudFileHasher::quickXorHash(data);
         }
     }
@@ -175,6 +178,7 @@ protected:
 
     GoogleDriveFixture google_;
     OneDriveFixture oneDrive_;
+    BoxFixture box_;
     VXCloudAccountList accounts_;
     std::map<std::string, Where> providers_;
     std::map<std::string, std::int64_t> words_;

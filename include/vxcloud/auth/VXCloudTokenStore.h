@@ -5,12 +5,14 @@
 // flow saves them; the provider clients read them and save refreshed ones. Nothing here
 // ever writes a token to a log.
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "vxcloud/model/VXCloudService.h"
+#include "vxcloud/platform/SecureStore.h"
 
 namespace vxcloud {
 
@@ -51,6 +53,10 @@ public:
     static bool contains(VXCloudService service, const std::string& storageName);
     // False when nothing was stored or the store refused to remove it.
     static bool remove(VXCloudService service, const std::string& storageName);
+    // Holds the account's token against other processes and threads until destroyed, so a
+    // refresh (which rotates the refresh token at some services) is made once. Null when no
+    // lock can be had.
+    static std::unique_ptr<SecureItemLock> lock(VXCloudService service, const std::string& storageName);
     // The storage names of every token stored for the service.
     static std::vector<std::string> storageNames(VXCloudService service);
 };

@@ -16,6 +16,7 @@ namespace vxcloud {
 namespace dropbox { struct Metadata; }
 namespace drive { struct File; }
 namespace onedrive { struct Item; }
+namespace box { struct Item; }
 
 class VXCloudFile {
 public:
@@ -42,6 +43,9 @@ public:
     // The file record of a OneDrive item: a folder when it has a folder facet; for files the
     // reported SHA-1 as version, or the QuickXorHash on drives that report no SHA-1.
     static std::shared_ptr<VXCloudFile> initWithOneDriveItem(const onedrive::Item& item);
+    // The file record of a Box item: a folder when it is one; for files the SHA-1 as
+    // version; the parent folder's id in parentIds.
+    static std::shared_ptr<VXCloudFile> initWithBoxItem(const box::Item& item);
 
     // "documentId" of fileUploadStatus when it is a string, else name.
     std::string getNameFromUploadStatus() const;

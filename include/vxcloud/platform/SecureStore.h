@@ -44,6 +44,14 @@ struct SecureQuery {
     std::size_t limit = 0;  // 0 = all
 };
 
+// Held while an item is changed by a read-modify-write that other processes may be doing
+// too (a rotating refresh token: two refreshes of one grant would lose it). Released when
+// destroyed.
+class SecureItemLock {
+public:
+    virtual ~SecureItemLock();
+};
+
 class SecureStore {
 public:
     virtual ~SecureStore();
@@ -67,6 +75,12 @@ public:
     virtual SecureStatus put(const SecureItem& item) = 0;
     virtual std::vector<SecureItem> find(const SecureQuery& query) const = 0;
     virtual SecureStatus remove(const SecureItemKey& key) = 0;
+
+    // Waits until no other process or thread holds the item's lock, then holds it. Null
+    // when the lock cannot be had (its folder cannot be made): callers go on unlocked.
+    std::unique_ptr<SecureItemLock> lockItem(const SecureItemKey& key) const;
+    // Where the item locks live: beside the store's file, or under the data folder.
+    virtual std::string lockFolder() const;
 
     // Convenience for one secret by key.
     std::optional<std::string> secret(const SecureItemKey& key) const;

@@ -30,6 +30,19 @@ std::mutex& refreshLock(VXCloudService service, const std::string& storageName) 
     return *slot;
 }
 
+// Held while an account's token is refreshed: this process's threads wait on the mutex,
+// other processes on the secure store's lock of the token. A service whose refresh tokens
+// are single-use (Box) would otherwise see the second refresh spend a dead token.
+class RefreshGuard {
+public:
+    RefreshGuard(VXCloudService service, const std::string& storageName)
+        : local_(refreshLock(service, storageName)), shared_(VXCloudTokenStore::lock(service, storageName)) {}
+
+private:
+    std::lock_guard<std::mutex> local_;
+    std::unique_ptr<SecureItemLock> shared_;
+};
+
 TokenResult failed(TokenFailure::Kind kind, ProviderError error) {
     TokenResult result;
     result.failure = TokenFailure{kind, std::move(error)};
@@ -83,7 +96,7 @@ TokenResult TokenProvider::accessToken() {
     if (!token) return failed(TokenFailure::Kind::authentication, "no stored token for the account");
     if (!token->expiresWithin(nowSeconds(), skew_.count())) return granted(token->accessToken);
 
-    std::lock_guard lock(refreshLock(service_, storageName_));
+    RefreshGuard guard(service_, storageName_);
     // Someone may have refreshed while this caller waited for the lock.
     token = VXCloudTokenStore::load(service_, storageName_);
     if (!token) return failed(TokenFailure::Kind::authentication, "no stored token for the account");
@@ -94,7 +107,7 @@ TokenResult TokenProvider::accessToken() {
 TokenResult TokenProvider::refreshAfterRejection(const std::string& rejected) {
     // The service refused the token it has just granted: nothing better is to be had.
     if (granted_) return failed(TokenFailure::Kind::authentication, "the service refused the token it granted");
-    std::lock_guard lock(refreshLock(service_, storageName_));
+    RefreshGuard guard(service_, storageName_);
     auto token = VXCloudTokenStore::load(service_, storageName_);
     if (!token) return failed(TokenFailure::Kind::authentication, "no stored token for the account");
     if (token->accessToken != rejected && !token->expiresWithin(nowSeconds(), skew_.count())) {
@@ -103,8 +116,16 @@ TokenResult TokenProvider::refreshAfterRejection(const std::string& rejected) {
     return refresh(*token);
 }
 
+TokenResult TokenProvider::refreshNow() {
+    if (granted_) return granted(*granted_);
+    RefreshGuard guard(service_, storageName_);
+    auto token = VXCloudTokenStore::load(service_, storageName_);
+    if (!token) return failed(TokenFailure::Kind::authentication, "no stored token for the account");
+    return refresh(*token);
+}
+
 // Runs with the account's refresh lock held.
-TokenResult TokenProvider::refresh(const VXCloudOAuthToken& current) {
+TokenResult TokenProvider::refresh(const VXCloudOAuthToken& current, bool rereadOnRefusal) {
     if (current.refreshToken.empty()) {
         return failed(TokenFailure::Kind::authentication, "the access token expired and there is no refresh token");
     }
@@ -135,9 +156,20 @@ TokenResult TokenProvider::refresh(const VXCloudOAuthToken& current) {
     if (response.status >= 500) return failed(TokenFailure::Kind::server, tokenEndpointError(response));
     if (response.status == 429) return failed(TokenFailure::Kind::server, tokenEndpointError(response));
     if (!response.ok()) {
+        ProviderError error = tokenEndpointError(response);
+        // A process that refreshes without our lock (an older version, another copy of the
+        // store) may have spent this refresh token and stored the pair it got: that pair
+        // is used rather than losing the account.
+        if (rereadOnRefusal && error.oauthError == "invalid_grant") {
+            auto stored = VXCloudTokenStore::load(service_, storageName_);
+            if (stored && stored->refreshToken != current.refreshToken && !stored->refreshToken.empty()) {
+                if (!stored->expiresWithin(nowSeconds(), skew_.count())) return granted(stored->accessToken);
+                return refresh(*stored, false);
+            }
+        }
         // invalid_grant (revoked or expired refresh token), invalid_client and the like:
         // only a new sign-in helps.
-        return failed(TokenFailure::Kind::authentication, tokenEndpointError(response));
+        return failed(TokenFailure::Kind::authentication, std::move(error));
     }
 
     auto fresh = VXCloudOAuthToken::fromTokenResponse(response.body, requestedAt, &current);

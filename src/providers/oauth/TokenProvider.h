@@ -3,7 +3,8 @@
 // is fresh, otherwise a new one from the refresh grant. A refreshed token is saved before
 // it is handed out, so a crash right after a rotation never leaves the store holding a
 // dead refresh token. Refreshes of one account are serialised across the process: one
-// caller refreshes, the others wait and take its result.
+// caller refreshes, the others wait and take its result; other processes wait on the secure
+// store's lock of the token, so a rotating refresh token is spent once.
 #include <chrono>
 #include <memory>
 #include <optional>
@@ -60,8 +61,14 @@ public:
     // already replaced it, else a refreshed one.
     TokenResult refreshAfterRejection(const std::string& rejected);
 
+    // A new token from the refresh grant now, whatever the stored one's age (a start-up
+    // check that the grant still stands).
+    TokenResult refreshNow();
+
 private:
-    TokenResult refresh(const VXCloudOAuthToken& current);
+    // With the account's refresh lock held. A refused grant is looked up again once when
+    // `rereadOnRefusal`: another process may have rotated it.
+    TokenResult refresh(const VXCloudOAuthToken& current, bool rereadOnRefusal = true);
 
     VXCloudService service_;
     std::string storageName_;
