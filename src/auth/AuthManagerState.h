@@ -22,7 +22,7 @@ struct VXCloudAuthManager::State {
     std::shared_ptr<VXCloudBoxInfo> boxInfo;
     std::shared_ptr<VXCloudEvernoteInfo> evernoteInfo;
     // The running sign-in of each service, kept so that its redirect can resume it.
-    std::map<VXCloudService, std::shared_ptr<auth::OAuth2Flow>> flows;
+    std::map<VXCloudService, std::shared_ptr<auth::RedirectFlow>> flows;
     // Sessions kept alive until they answer.
     std::vector<std::shared_ptr<VXCloudSession>> pendingSessions;
     std::chrono::milliseconds timeLimit{kDefaultAuthorizationTimeLimit};
@@ -30,10 +30,10 @@ struct VXCloudAuthManager::State {
 
     std::chrono::milliseconds authorizationTimeLimit() const;
     // Ends the manager's bookkeeping of a finished flow and posts its result.
-    static auth::OAuth2Flow::Completion flowCompletion(VXCloudAuthManager& manager);
+    static auth::RedirectFlow::Completion flowCompletion(VXCloudAuthManager& manager);
     // Makes `flow` the service's running sign-in (cancelling the one before) and starts it.
-    void runFlow(const std::shared_ptr<auth::OAuth2Flow>& flow, const std::shared_ptr<VXCloudUserAgent>& userAgent);
-    std::vector<std::shared_ptr<auth::OAuth2Flow>> runningFlows() const;
+    void runFlow(const std::shared_ptr<auth::RedirectFlow>& flow, const std::shared_ptr<VXCloudUserAgent>& userAgent);
+    std::vector<std::shared_ptr<auth::RedirectFlow>> runningFlows() const;
 
     void keep(const std::shared_ptr<VXCloudSession>& session) {
         std::lock_guard lock(mutex);

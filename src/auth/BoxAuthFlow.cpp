@@ -27,7 +27,7 @@ VXCloudAuthResult finishBox(const GrantedTokens& granted) {
 }
 
 SignInStart startBox(const VXCloudAuthManager& manager, const std::shared_ptr<VXCloudUserAgent>&,
-                     std::chrono::milliseconds timeLimit, OAuth2Flow::Completion completion) {
+                     std::chrono::milliseconds timeLimit, RedirectFlow::Completion completion) {
     const auto info = manager.boxInfo();
     if (!info || info->clientId.empty() || info->clientSecret.empty()) {
         return signInRefused(ErrorCode::fileUpload,

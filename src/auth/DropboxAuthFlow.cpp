@@ -64,7 +64,7 @@ VXCloudAuthResult finishDropbox(const GrantedTokens& granted) {
 }
 
 SignInStart startDropbox(const VXCloudAuthManager& manager, const std::shared_ptr<VXCloudUserAgent>&,
-                         std::chrono::milliseconds timeLimit, OAuth2Flow::Completion completion) {
+                         std::chrono::milliseconds timeLimit, RedirectFlow::Completion completion) {
     const auto info = manager.dropboxInfo();
     if (!info) {
         return signInRefused(ErrorCode::fileUpload,

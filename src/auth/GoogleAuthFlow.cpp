@@ -157,7 +157,7 @@ constexpr const char* kGoogleSetupMissing =
 }
 
 SignInStart startGoogle(const VXCloudAuthManager& manager, const std::shared_ptr<VXCloudUserAgent>& userAgent,
-                        std::chrono::milliseconds timeLimit, OAuth2Flow::Completion completion) {
+                        std::chrono::milliseconds timeLimit, RedirectFlow::Completion completion) {
     // The component shows no alerts of its own: a sign-in nobody can see ends at once.
     if (!userAgent) return signInRefused(ErrorCode::connection, VXCloudString::GENERIC_ERROR());
     const auto info = manager.googleDriveInfo();

@@ -69,7 +69,7 @@ VXCloudAuthResult finishMicrosoft(VXCloudService service, const GrantedTokens& g
 
 template <VXCloudService kService>
 SignInStart startMicrosoft(const VXCloudAuthManager& manager, const std::shared_ptr<VXCloudUserAgent>&,
-                           std::chrono::milliseconds timeLimit, OAuth2Flow::Completion completion) {
+                           std::chrono::milliseconds timeLimit, RedirectFlow::Completion completion) {
     const auto info = manager.oneDriveInfo();
     if (!info || info->applicationId.empty()) {
         return signInRefused(ErrorCode::fileUpload, std::string(serviceDescriptor(kService).displayName) +

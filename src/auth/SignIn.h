@@ -11,14 +11,14 @@ namespace vxcloud::auth {
 
 // A flow to run, or the result that ends the attempt at once (the service is not set up).
 struct SignInStart {
-    std::shared_ptr<OAuth2Flow> flow;
+    std::shared_ptr<RedirectFlow> flow;
     std::optional<VXCloudAuthResult> result;
 };
 
 struct SignIn {
     // Reads the service's registration from the manager and prepares the flow.
     SignInStart (*start)(const VXCloudAuthManager& manager, const std::shared_ptr<VXCloudUserAgent>& userAgent,
-                         std::chrono::milliseconds timeLimit, OAuth2Flow::Completion completion) = nullptr;
+                         std::chrono::milliseconds timeLimit, RedirectFlow::Completion completion) = nullptr;
     // The code of a provider error from one of the sign-in's requests, once transport
     // failures are set aside.
     ErrorCode (*classify)(VXCloudService service, const ProviderError& error) = nullptr;

@@ -150,9 +150,9 @@ std::chrono::milliseconds VXCloudAuthManager::State::authorizationTimeLimit() co
     return timeLimit;
 }
 
-auth::OAuth2Flow::Completion VXCloudAuthManager::State::flowCompletion(VXCloudAuthManager& manager) {
+auth::RedirectFlow::Completion VXCloudAuthManager::State::flowCompletion(VXCloudAuthManager& manager) {
     std::weak_ptr<VXCloudAuthManager> weak = manager.weak_from_this();
-    return [weak](const std::shared_ptr<auth::OAuth2Flow>& flow, const VXCloudAuthResult& result) {
+    return [weak](const std::shared_ptr<auth::RedirectFlow>& flow, const VXCloudAuthResult& result) {
         auto self = weak.lock();
         if (!self) return;
         State& state = *self->state_;
@@ -165,9 +165,9 @@ auth::OAuth2Flow::Completion VXCloudAuthManager::State::flowCompletion(VXCloudAu
     };
 }
 
-void VXCloudAuthManager::State::runFlow(const std::shared_ptr<auth::OAuth2Flow>& flow,
+void VXCloudAuthManager::State::runFlow(const std::shared_ptr<auth::RedirectFlow>& flow,
                                         const std::shared_ptr<VXCloudUserAgent>& userAgent) {
-    std::shared_ptr<auth::OAuth2Flow> replaced;
+    std::shared_ptr<auth::RedirectFlow> replaced;
     {
         std::lock_guard lock(mutex);
         replaced = std::exchange(flows[flow->service()], flow);
@@ -178,8 +178,8 @@ void VXCloudAuthManager::State::runFlow(const std::shared_ptr<auth::OAuth2Flow>&
     flow->start(userAgent);
 }
 
-std::vector<std::shared_ptr<auth::OAuth2Flow>> VXCloudAuthManager::State::runningFlows() const {
-    std::vector<std::shared_ptr<auth::OAuth2Flow>> running;
+std::vector<std::shared_ptr<auth::RedirectFlow>> VXCloudAuthManager::State::runningFlows() const {
+    std::vector<std::shared_ptr<auth::RedirectFlow>> running;
     std::lock_guard lock(mutex);
     for (const auto& [service, flow] : flows) running.push_back(flow);
     return running;

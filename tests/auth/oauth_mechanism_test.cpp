@@ -231,7 +231,7 @@ TEST(OAuth2Flow, ExchangesTheCodeWithItsVerifierTheSameRedirectUriAndTheSecretWh
                 grantedToken = granted.token.accessToken;
                 return VXCloudAuthResult::cancel();
             },
-            [&](const std::shared_ptr<OAuth2Flow>&, const VXCloudAuthResult& result) {
+            [&](const std::shared_ptr<RedirectFlow>&, const VXCloudAuthResult& result) {
                 std::lock_guard lock(mutex);
                 outcome = result;
             });
