@@ -64,6 +64,13 @@ VXCloudAuthResult signInError(ErrorCode code, const std::string& message) {
 }
 
 VXCloudAuthResult linkedAccount(std::shared_ptr<VXCloudAccount> account) {
+    // Linking an account again is a new sign-in for it, not a new account: what the person set
+    // for it stays, and a change made to it while the sign-in ran survives.
+    const auto relinked = VXCloudUserDefaults::updateCloudAccount(account->key(), [&](VXCloudAccount& stored) {
+        stored.email = account->email;
+        stored.error.reset();
+    });
+    if (relinked) return VXCloudAuthResult::success(relinked);
     if (!VXCloudUserDefaults::saveCloudAccount(*account)) {
         return signInError(ErrorCode::fileUpload, "The linked account could not be saved in the preferences.");
     }

@@ -103,8 +103,10 @@ private:
 ErrorCode classifySignInError(VXCloudService service, const ProviderError& error);
 VXCloudAuthResult signInError(ErrorCode code, const std::string& message);
 
-// Saves the linked account, replacing a stored one with the same key: the success result,
-// or an error when the preferences cannot be written.
+// Saves the linked account: the success result, or an error when the preferences cannot be
+// written. An account linked before (the same key) keeps what the person set for it (name,
+// automatic upload, Wi-Fi only, upload folder); it takes the e-mail from the sign-in and
+// loses the error that asked for the sign-in.
 VXCloudAuthResult linkedAccount(std::shared_ptr<VXCloudAccount> account);
 
 }  // namespace vxcloud::auth

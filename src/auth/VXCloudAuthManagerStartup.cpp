@@ -28,21 +28,16 @@ bool guarded(const char* what, Call&& call) {
     return false;
 }
 
-bool stillStored(const VXCloudAccount& account) {
-    const auto stored = VXCloudUserDefaults::loadAccounts({account.cloudService});
-    if (!stored) return false;
-    const std::string key = account.key();
-    for (const auto& candidate : *stored) {
-        if (candidate->key() == key) return true;
-    }
-    return false;
-}
-
-// Saves the checked account, unless it was unlinked while its session was asked.
-void saveChecked(const VXCloudAccount& account) {
-    if (!stillStored(account)) return;
-    if (!VXCloudUserDefaults::saveCloudAccount(account)) {
-        log::warning("auth", "the start-up check could not save a " + account.accountType() + " account");
+// Marks the stored account as needing a new sign-in, changing nothing else of it: the
+// person may have renamed it, or chosen a folder, while its session was asked. An account
+// unlinked meanwhile stays unlinked.
+void markUnauthorized(const VXCloudAccount& account) {
+    const auto marked = VXCloudUserDefaults::updateCloudAccount(account.key(), [](VXCloudAccount& stored) {
+        stored.error = std::make_shared<VXCloudError>(ErrorCode::authentication);
+    });
+    if (!marked) {
+        log::info("auth", "the start-up check could not mark a " + account.accountType() +
+                              " account (unlinked meanwhile, or the preferences cannot be written)");
     }
 }
 
@@ -67,8 +62,7 @@ void VXCloudAuthManager::postSetup(std::function<void()> completion) {
         for (const auto& account : VXCloudUserDefaults::loadAllAccounts(false)) {
             auto session = initCloudSession(account);
             if (!session) {
-                account->error = std::make_shared<VXCloudError>(ErrorCode::authentication);
-                saveChecked(*account);
+                markUnauthorized(*account);
                 continue;
             }
             ++check->outstanding;
@@ -81,8 +75,7 @@ void VXCloudAuthManager::postSetup(std::function<void()> completion) {
                     if (!manager) return;
                     // Back on the check's queue: one account is saved at a time.
                     manager->state_->postSetupQueue->async([manager, raw, account, check, authorized] {
-                        if (!authorized) account->error = std::make_shared<VXCloudError>(ErrorCode::authentication);
-                        saveChecked(*account);
+                        if (!authorized) markUnauthorized(*account);
                         manager->state_->release(raw);
                         check->oneDone();
                     });
@@ -90,8 +83,7 @@ void VXCloudAuthManager::postSetup(std::function<void()> completion) {
             });
             if (!asked) {
                 // It will not answer: count it as not authorised.
-                account->error = std::make_shared<VXCloudError>(ErrorCode::authentication);
-                saveChecked(*account);
+                markUnauthorized(*account);
                 state.release(raw);
                 check->oneDone();
             }

@@ -133,18 +133,19 @@ void VXCloudAccountActions::selectUploadFolder(std::shared_ptr<VXCloudAccount> a
     using Settings = VXCloudUploadFolderChange::Settings;
     if (!account) return completeOnMain(std::move(completion), VXCloudUploadFolderChange{});
     const JsonBox fromFolder = account->uploadFolderInfo;
-    const auto previousError = account->error;
-    account->uploadFolderInfo = uploadFolderInfo;
-    if (account->error && account->error->errorCode == ErrorCode::missingFolder) account->error.reset();
-    if (!VXCloudUserDefaults::saveCloudAccount(*account)) {
-        // Nothing changed: the account is as it was, in memory and in the store.
-        account->uploadFolderInfo = fromFolder;
-        account->error = previousError;
-        return completeOnMain(std::move(completion), VXCloudUploadFolderChange{});
-    }
+    // Only the folder (and the error it cures) changes in the store: what else changed there
+    // since the account was read stays.
+    const auto chooseIn = [&uploadFolderInfo](VXCloudAccount& stored) {
+        stored.uploadFolderInfo = uploadFolderInfo;
+        if (stored.error && stored.error->errorCode == ErrorCode::missingFolder) stored.error.reset();
+    };
+    const auto saved = VXCloudUserDefaults::updateCloudAccount(account->key(), chooseIn);
+    // Not stored (unlinked meanwhile) or not writable: nothing changed.
+    if (!saved) return completeOnMain(std::move(completion), VXCloudUploadFolderChange{});
+    chooseIn(*account);
 
     // Announced once the settings document is written (or could not be).
-    const Json userInfo = {{"account", account->toDict()},
+    const Json userInfo = {{"account", saved->toDict()},
                            {"fromFolder", fromFolder.value_or_null()},
                            {"toFolder", uploadFolderInfo},
                            {"moveFiles", moveFiles}};
@@ -174,13 +175,13 @@ void VXCloudAccountActions::selectUploadFolder(std::shared_ptr<VXCloudAccount> a
 VXCloudAutoUploadChange VXCloudAccountActions::setAutoUpload(VXCloudAccount& account, bool on) {
     if (on && noAutoUploadReason(account.cloudService)) return VXCloudAutoUploadChange::refused;
     if (account.shouldAutoUpload == on) return VXCloudAutoUploadChange::unchanged;
+    // Only the switch changes in the store: what else changed there since the account was read stays.
+    const auto saved = VXCloudUserDefaults::updateCloudAccount(account.key(),
+                                                               [on](VXCloudAccount& stored) { stored.shouldAutoUpload = on; });
+    if (!saved) return VXCloudAutoUploadChange::notSaved;
     account.shouldAutoUpload = on;
-    if (!VXCloudUserDefaults::saveCloudAccount(account)) {
-        account.shouldAutoUpload = !on;
-        return VXCloudAutoUploadChange::notSaved;
-    }
     NotificationCenter::defaultCenter().post(VXCloudAutoUploadFlagChangedNotification, nullptr,
-                                             Json{{"account", account.toDict()}, {"shouldAutoUpload", on}});
+                                             Json{{"account", saved->toDict()}, {"shouldAutoUpload", on}});
     return VXCloudAutoUploadChange::changed;
 }
 

@@ -18,6 +18,13 @@ bool isWebDAVEntry(const Json& entry) {
            raw->get<long long>() == rawValue(VXCloudService::webDAV);
 }
 
+// The account an entry's dictionary makes, of its own class; null when it makes none.
+std::shared_ptr<VXCloudAccount> accountFrom(const Json& value) {
+    if (!value.is_object()) return nullptr;
+    if (isWebDAVEntry(value)) return VXCloudWebDAVAccount::initWithDictionary(value);
+    return VXCloudAccount::initWithDictionary(value);
+}
+
 bool update(const std::function<void(JsonBox&)>& change) {
     try {
         if (PreferencesStore::standard()->update(VXCloudUserDefaults::kAccountsKey, change))
@@ -48,6 +55,27 @@ bool VXCloudUserDefaults::saveCloudAccount(const VXCloudAccount& account) {
     });
 }
 
+std::shared_ptr<VXCloudAccount> VXCloudUserDefaults::updateCloudAccount(
+    const std::string& key, const std::function<void(VXCloudAccount&)>& change) {
+    std::shared_ptr<VXCloudAccount> updated;
+    const bool written = update([&](JsonBox& entry) {
+        updated.reset();
+        if (!entry || !entry->is_object()) return;
+        const auto stored = entry->find(key);
+        if (stored == entry->end()) return;
+        auto account = accountFrom(*stored);
+        if (!account) return;
+        change(*account);
+        if (account->key() != key) {
+            log::error(kLogCategory, "an account change may not change the account's key; nothing was written");
+            return;
+        }
+        *stored = account->toDict();
+        updated = std::move(account);
+    });
+    return written ? updated : nullptr;
+}
+
 bool VXCloudUserDefaults::removeCloudAccount(const std::shared_ptr<const VXCloudAccount>& account) {
     if (!account) return true;
     const std::string key = account->key();
@@ -64,16 +92,11 @@ std::optional<VXCloudUserDefaults::AccountList> VXCloudUserDefaults::loadAccount
 
         AccountList accounts;
         for (const Json& value : *entry) {
-            if (!value.is_object()) continue;
-            if (isWebDAVEntry(value)) {
-                // WebDAV accounts join every list, whatever services were asked for.
-                if (auto account = VXCloudWebDAVAccount::initWithDictionary(value))
-                    accounts.push_back(std::move(account));
-                continue;
-            }
-            auto account = VXCloudAccount::initWithDictionary(value);
-            if (account && std::find(cloudServices.begin(), cloudServices.end(),
-                                     account->cloudService) != cloudServices.end())
+            auto account = accountFrom(value);
+            if (!account) continue;
+            // WebDAV accounts join every list, whatever services were asked for.
+            if (account->cloudService == VXCloudService::webDAV ||
+                std::find(cloudServices.begin(), cloudServices.end(), account->cloudService) != cloudServices.end())
                 accounts.push_back(std::move(account));
         }
         std::stable_sort(accounts.begin(), accounts.end(), [](const auto& a, const auto& b) {

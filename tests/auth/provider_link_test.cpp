@@ -180,9 +180,10 @@ TEST_P(ProviderLink, LinkingTheSameAccountTwiceLeavesOneEntry) {
     auto accounts = stored();
     ASSERT_EQ(accounts.size(), 1u);
     EXPECT_EQ(accounts[0]->key(), first->key());
-    // A new link replaces the entry: the error that asked for it is gone.
+    // A new link is a new sign-in for the stored account: the error that asked for it is
+    // gone, and what the person set for the account stays.
     EXPECT_FALSE(accounts[0]->error);
-    EXPECT_EQ(accounts[0]->displayName, accounts[0]->email);
+    EXPECT_EQ(accounts[0]->displayName, "Renamed");
     EXPECT_EQ(VXCloudTokenStore::storageNames(service()).size(), 1u);
 
     auto grace = link(service(), "grace@example.com");

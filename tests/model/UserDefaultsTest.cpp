@@ -151,6 +151,71 @@ TEST_F(UserDefaultsTest, InitWithEmailFindsStoredAccountButKeepsWifiDefault) {
     EXPECT_TRUE(found->onlyWifiUpload);  // deliberately not copied
 }
 
+TEST_F(UserDefaultsTest, UpdateChangesOneStoredAccountInPlace) {
+    VXCloudWebDAVAccount webdav("dav-user", "https://dav", "443");
+    webdav.label = "NAS";
+    ASSERT_TRUE(VXCloudUserDefaults::saveCloudAccount(webdav));
+    const json before = entry();
+
+    // Nothing stored under the key: nothing is written, and the change never runs.
+    bool ran = false;
+    EXPECT_EQ(VXCloudUserDefaults::updateCloudAccount("VX_Box_none", [&](VXCloudAccount&) { ran = true; }), nullptr);
+    EXPECT_FALSE(ran);
+    EXPECT_EQ(entry(), before);
+
+    // The change sees the account of its own class, and the rest of the entry survives.
+    const auto renamed = VXCloudUserDefaults::updateCloudAccount(webdav.key(), [](VXCloudAccount& account) {
+        ASSERT_NE(dynamic_cast<VXCloudWebDAVAccount*>(&account), nullptr);
+        account.displayName = "Basement";
+    });
+    ASSERT_NE(renamed, nullptr);
+    EXPECT_EQ(renamed->displayName, "Basement");
+    const auto loaded = std::dynamic_pointer_cast<VXCloudWebDAVAccount>(VXCloudUserDefaults::loadAllAccounts(false).at(0));
+    ASSERT_NE(loaded, nullptr);
+    EXPECT_EQ(loaded->label, "NAS");
+    EXPECT_EQ(loaded->displayName, "Basement");
+
+    // A change of the key would make another account: refused, nothing written.
+    const json renamedEntry = entry();
+    EXPECT_EQ(VXCloudUserDefaults::updateCloudAccount(webdav.key(), [](VXCloudAccount& a) { a.userId = "other"; }),
+              nullptr);
+    EXPECT_EQ(entry(), renamedEntry);
+}
+
+// A process renaming an account while another keeps choosing its folder: each change is
+// made to the account as stored at that moment, so neither undoes the other.
+TEST_F(UserDefaultsTest, TwoProcessesChangingOneAccountKeepBothChanges) {
+    constexpr int kChanges = 30;
+    VXCloudAccount account("1", "ada@x", VXCloudService::dropbox);
+    ASSERT_TRUE(VXCloudUserDefaults::saveCloudAccount(account));
+    const std::string key = account.key();
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        int failures = 0;
+        for (int i = 0; i < kChanges; ++i) {
+            const std::string name = "name " + std::to_string(i);
+            if (!VXCloudUserDefaults::updateCloudAccount(key, [&](VXCloudAccount& a) { a.displayName = name; })) ++failures;
+        }
+        _exit(failures == 0 ? 0 : 1);
+    }
+    int failures = 0;
+    for (int i = 0; i < kChanges; ++i) {
+        const json folder = {{"uploadFolderId", std::to_string(i)}, {"uploadFolderName", "f"}, {"uploadFolderPath", "/f"}};
+        if (!VXCloudUserDefaults::updateCloudAccount(key, [&](VXCloudAccount& a) { a.uploadFolderInfo = folder; }))
+            ++failures;
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+    EXPECT_EQ(failures, 0);
+    const auto stored = VXCloudUserDefaults::loadAllAccounts(false);
+    ASSERT_EQ(stored.size(), 1u);
+    EXPECT_EQ(stored[0]->displayName, "name " + std::to_string(kChanges - 1));
+    EXPECT_EQ(stored[0]->uploadFolderInfo.value_or_null()["uploadFolderId"], std::to_string(kChanges - 1));
+}
+
 // Many accounts saved by this process and a forked child at the same time: each
 // read-modify-write sees the other's saves, so every account survives.
 TEST_F(UserDefaultsTest, TwoProcessesSavingAtOnceLoseNothing) {

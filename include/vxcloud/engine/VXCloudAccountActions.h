@@ -24,7 +24,7 @@ struct VXCloudUploadFolderChange {
         failed,     // the service refused it: `error` says why
         noAnswer,   // the service did not answer within the time limit
         noSession,  // no session could be made for the account
-        notSaved,   // the account could not be saved, so nothing else was done
+        notSaved,   // the account is not stored (any more) or could not be saved, so nothing else was done
         notKept,    // the service keeps no settings document (OneNote, WebDAV): none was sent
     };
     Settings settings = Settings::notSaved;
@@ -55,7 +55,7 @@ enum class VXCloudAutoUploadChange {
     changed,    // saved and announced
     unchanged,  // it already was so: nothing saved, nothing posted
     refused,    // the service's accounts never upload automatically (noAutoUploadReason)
-    notSaved,   // the account could not be saved; the account is left as it was
+    notSaved,   // the account is not stored (any more) or could not be saved; it is left as it was
 };
 
 class VXCloudAccountActions {
@@ -67,12 +67,13 @@ public:
     // How long the session calls below wait for the service.
     static constexpr std::chrono::seconds kDefaultTimeLimit{120};
 
-    // Makes `uploadFolderInfo` the account's upload folder: stores it in the account
-    // (clearing a `missingFolder` error), saves the account, writes the settings document
+    // Makes `uploadFolderInfo` the account's upload folder: stores it in the account and in
+    // the stored account (clearing a `missingFolder` error; nothing else of the stored
+    // account changes), writes the settings document
     // ".quillosettings" (the folder's info as JSON) to the service's top folder through
     // the account's session with overwrite on, so that linking the account again finds the
     // folder, then posts "VXCloudSelectedUploadFolderNotification" with user-info
-    // {"account": account.toDict(), "fromFolder": the folder before (or null),
+    // {"account": the stored account's toDict(), "fromFolder": the folder before (or null),
     // "toFolder": uploadFolderInfo, "moveFiles": moveFiles}. Moving the documents is the
     // host's part, when asked to. The folder is chosen even when the settings document
     // could not be written. `session` is made from the account when none is given. The
@@ -82,9 +83,10 @@ public:
                                    std::shared_ptr<VXCloudSession> session = nullptr,
                                    std::chrono::milliseconds timeLimit = kDefaultTimeLimit);
 
-    // Turns the account's automatic upload on or off: saves it and posts
-    // "VXCloudAutoUploadFlagChangedNotification" with user-info
-    // {"account": account.toDict(), "shouldAutoUpload": on} when the value changes.
+    // Turns the account's automatic upload on or off: changes the switch of the stored
+    // account (nothing else of it) and posts "VXCloudAutoUploadFlagChangedNotification" with
+    // user-info {"account": the stored account's toDict(), "shouldAutoUpload": on} when the
+    // value changes.
     // Turning it on is refused for services whose accounts never upload automatically.
     static VXCloudAutoUploadChange setAutoUpload(VXCloudAccount& account, bool on);
 
