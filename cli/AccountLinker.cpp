@@ -9,6 +9,7 @@
 #include <functional>
 #include <iostream>
 #include <mutex>
+#include <set>
 #include <nlohmann/json.hpp>
 
 #include "Accounts.h"
@@ -198,8 +199,8 @@ LinkResult linkAccount(HostContext& context, Prompter& prompter, const LinkReque
             throw CliError("nothing was linked (say --replace to replace the linked account)", kExitFailed);
     }
 
-    std::map<std::string, std::shared_ptr<VXCloudAccount>> before;
-    for (const auto& account : linkedAccounts()) before[account->key()] = account;
+    std::set<std::string> before;
+    for (const auto& account : linkedAccounts()) before.insert(account->key());
 
     std::mutex mutex;
     std::optional<VXCloudAuthResult> outcome;
@@ -268,17 +269,9 @@ LinkResult linkAccount(HostContext& context, Prompter& prompter, const LinkReque
     }
 
     LinkResult linked;
-    auto account = reloadAccount(result->account()->key());
-    if (!account) account = result->account();
-    // Linking an account again keeps what the person set for it; only its sign-in is new.
-    if (const auto earlier = before.find(account->key()); earlier != before.end()) {
-        linked.relinked = true;
-        account->displayName = earlier->second->displayName;
-        account->shouldAutoUpload = earlier->second->shouldAutoUpload;
-        account->onlyWifiUpload = earlier->second->onlyWifiUpload;
-        account->uploadFolderInfo = earlier->second->uploadFolderInfo;
-    }
-    account->error.reset();
+    // The component keeps what the person set for an account linked again; only its sign-in is new.
+    auto account = result->account();
+    linked.relinked = before.count(account->key()) > 0;
     for (const auto& old : replaced) {
         if (old->key() == account->key()) continue;
         try {
@@ -304,17 +297,17 @@ LinkResult linkAccount(HostContext& context, Prompter& prompter, const LinkReque
             return settings->has_value();
         },
         60s);
+    Json folder;
     {
         std::lock_guard lock(*settingsMutex);
-        if (*settings && **settings) {
-            const Json folder = folderInfoFromSettings(***settings);
-            if (folder.is_object()) {
-                account->uploadFolderInfo = folder;
-                linked.folderFromSettings = true;
-            }
-        }
+        if (*settings && **settings) folder = folderInfoFromSettings(***settings);
     }
-    saveAccount(*account);
+    if (folder.is_object()) {
+        account = updateAccount(account->key(), [&](VXCloudAccount& stored) { stored.uploadFolderInfo = folder; });
+        linked.folderFromSettings = true;
+    } else if (auto stored = reloadAccount(account->key())) {
+        account = stored;
+    }
     DispatchQueue::main()->drain();
     linked.account = account;
     return linked;

@@ -165,10 +165,18 @@ void saveAccount(const VXCloudAccount& account) {
     }
 }
 
+std::shared_ptr<VXCloudAccount> updateAccount(const std::string& key, const std::function<void(VXCloudAccount&)>& change) {
+    if (auto updated = VXCloudUserDefaults::updateCloudAccount(key, change)) return updated;
+    if (!reloadAccount(key)) throw CliError("the account was unlinked meanwhile; nothing was changed");
+    throw CliError("cannot save the account to " + PreferencesStore::standard()->path());
+}
+
 bool changeAutoUpload(VXCloudAccount& account, bool on) {
     switch (VXCloudAccountActions::setAutoUpload(account, on)) {
         case VXCloudAutoUploadChange::refused: throw CliError(*autoUploadRefusal(account), kExitFailed);
-        case VXCloudAutoUploadChange::notSaved: throw CliError("cannot save the account to " + PreferencesStore::standard()->path());
+        case VXCloudAutoUploadChange::notSaved:
+            if (!reloadAccount(account.key())) throw CliError("the account was unlinked meanwhile; nothing was changed");
+            throw CliError("cannot save the account to " + PreferencesStore::standard()->path());
         case VXCloudAutoUploadChange::unchanged: return false;
         case VXCloudAutoUploadChange::changed: break;
     }

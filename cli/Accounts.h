@@ -1,6 +1,7 @@
 #pragma once
 // How the host names linked accounts on the command line, and the few rules it keeps
 // about them (which may upload automatically, and why not).
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -53,6 +54,9 @@ std::shared_ptr<VXCloudAccount> reloadAccount(const std::string& key);
 
 // Saves the account; throws CliError when the preferences file cannot be written.
 void saveAccount(const VXCloudAccount& account);
+// Changes the stored account in place (VXCloudUserDefaults::updateCloudAccount) and returns
+// it as stored now; throws CliError when it is no longer linked or cannot be saved.
+std::shared_ptr<VXCloudAccount> updateAccount(const std::string& key, const std::function<void(VXCloudAccount&)>& change);
 
 // The auto-upload switch (the component's): saves the account and posts
 // "VXCloudAutoUploadFlagChangedNotification" when the value changes, and lets the main

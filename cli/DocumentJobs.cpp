@@ -112,21 +112,25 @@ std::int64_t fileSize(const std::string& path) {
 }
 
 // Keeps the account's last error the way the settings screen shows it: set by failures
-// that block the account, cleared by a success.
+// that block the account, cleared by a success. Only the error changes in the store, so a
+// name or folder changed meanwhile by another run stays.
 void noteAccountOutcome(const VXCloudAccount& account, const std::optional<ErrorCode>& failure) {
-    auto stored = reloadAccount(account.key());
-    if (!stored) return;
     const bool blocking = failure && (*failure == ErrorCode::authentication || *failure == ErrorCode::missingFolder ||
                                       *failure == ErrorCode::storageQuotaReached ||
                                       *failure == ErrorCode::monthlyQuotaReached);
-    if (!failure && stored->error) {
-        stored->error.reset();
-    } else if (blocking && (!stored->error || stored->error->errorCode != *failure)) {
-        stored->error = std::make_shared<VXCloudError>(*failure);
-    } else {
-        return;
-    }
-    VXCloudUserDefaults::saveCloudAccount(*stored);
+    // Most outcomes change nothing: the store is written only when the error changes.
+    const auto current = reloadAccount(account.key());
+    if (!current) return;
+    const bool clears = !failure && current->error;
+    const bool sets = blocking && (!current->error || current->error->errorCode != *failure);
+    if (!clears && !sets) return;
+    VXCloudUserDefaults::updateCloudAccount(account.key(), [&](VXCloudAccount& stored) {
+        if (failure) {
+            stored.error = std::make_shared<VXCloudError>(*failure);
+        } else {
+            stored.error.reset();
+        }
+    });
 }
 
 AccountOutcome outcomeShell(const VXCloudAccount& account) {

@@ -16,6 +16,8 @@ namespace vxcloud::cli {
 namespace {
 
 constexpr int kSchemaVersion = 1;
+// How long a process waits for another one's write before giving up.
+constexpr int kBusyTimeoutMs = 15000;
 
 constexpr const char* kSchema = R"sql(
 CREATE TABLE IF NOT EXISTS documents(
@@ -117,19 +119,26 @@ RecordStore::RecordStore(std::string path) : path_(std::move(path)) {
         db_ = nullptr;
         throw CliError("cannot open the document records " + path_ + ": " + reason);
     }
-    // Two vxcloud processes may write at once; the second waits instead of failing.
-    sqlite3_busy_timeout(db_, 10000);
+    // vxcloud processes run at the same time: each waits its turn to write instead of failing,
+    // and with the write-ahead log readers never wait for a writer.
+    sqlite3_busy_timeout(db_, kBusyTimeoutMs);
     try {
         exec("PRAGMA foreign_keys = ON", "setting it up");
-        Statement version(db_, "PRAGMA user_version");
-        if (!version.ok() || version.step() != SQLITE_ROW) fail("reading the schema version");
-        const std::int64_t found = version.integer(0);
-        if (found > kSchemaVersion) {
-            throw CliError("the document records " + path_ + " were written by a newer vxcloud (schema " +
-                           std::to_string(found) + "); this one reads schema " + std::to_string(kSchemaVersion));
+        exec("PRAGMA journal_mode = WAL", "setting it up");
+        if (schemaVersion() != kSchemaVersion) {
+            // Created once, by whichever process comes first; the others find it made.
+            exec("BEGIN IMMEDIATE", "creating its tables");
+            try {
+                if (schemaVersion() < kSchemaVersion) {
+                    exec(kSchema, "creating its tables");
+                    exec(("PRAGMA user_version = " + std::to_string(kSchemaVersion)).c_str(), "setting it up");
+                }
+                exec("COMMIT", "creating its tables");
+            } catch (...) {
+                sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
+                throw;
+            }
         }
-        exec(kSchema, "creating its tables");
-        exec(("PRAGMA user_version = " + std::to_string(kSchemaVersion)).c_str(), "setting it up");
     } catch (...) {
         sqlite3_close(db_);
         db_ = nullptr;
@@ -138,6 +147,17 @@ RecordStore::RecordStore(std::string path) : path_(std::move(path)) {
 }
 
 RecordStore::~RecordStore() { sqlite3_close(db_); }
+
+std::int64_t RecordStore::schemaVersion() {
+    Statement version(db_, "PRAGMA user_version");
+    if (!version.ok() || version.step() != SQLITE_ROW) fail("reading the schema version");
+    const std::int64_t found = version.integer(0);
+    if (found > kSchemaVersion) {
+        throw CliError("the document records " + path_ + " were written by a newer vxcloud (schema " +
+                       std::to_string(found) + "); this one reads schema " + std::to_string(kSchemaVersion));
+    }
+    return found;
+}
 
 void RecordStore::fail(const std::string& what) const {
     const int code = sqlite3_errcode(db_);
@@ -175,8 +195,10 @@ std::optional<DocumentRow> RecordStore::documentByIdentifier(const std::string& 
 DocumentRow RecordStore::ensureDocument(const std::string& path, const std::string& name) {
     if (auto found = documentByPath(path)) return *found;
     const std::int64_t now = nowSeconds();
+    // Another process may enter the same document first; then its entry is the one.
     Statement s(db_,
-                "INSERT INTO documents(path, name, file_identifier, created_at, updated_at) VALUES(?1, ?2, ?3, ?4, ?4)");
+                "INSERT INTO documents(path, name, file_identifier, created_at, updated_at) VALUES(?1, ?2, ?3, ?4, ?4) "
+                "ON CONFLICT(path) DO NOTHING");
     if (!s.ok()) fail("adding a document");
     s.bind(1, path).bind(2, name).bind(3, newIdentifier()).bind(4, now);
     if (s.step() != SQLITE_DONE) fail("adding a document");

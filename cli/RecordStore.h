@@ -66,6 +66,8 @@ public:
                                                 const std::optional<std::string>& folderPath);
 
 private:
+    // The schema version the file says it has; throws CliError when it is newer than this one.
+    std::int64_t schemaVersion();
     void exec(const char* sql, const char* what);
     [[noreturn]] void fail(const std::string& what) const;
 

@@ -185,16 +185,14 @@ int settings(const CommonOptions& common, const std::string& reference, const st
         if (auto refusal = autoUploadRefusal(*account)) throw CliError(*refusal, kExitFailed);
     }
 
-    bool changed = false;
-    if (name && *name != account->displayName) {
-        account->displayName = *name;
-        changed = true;
+    bool changed = (name && *name != account->displayName) || (wifiOnly && *wifiOnly != account->onlyWifiUpload);
+    if (changed) {
+        // Only the fields given change in the store: another run may be changing the rest.
+        account = updateAccount(account->key(), [&](VXCloudAccount& stored) {
+            if (name) stored.displayName = *name;
+            if (wifiOnly) stored.onlyWifiUpload = *wifiOnly;
+        });
     }
-    if (wifiOnly && *wifiOnly != account->onlyWifiUpload) {
-        account->onlyWifiUpload = *wifiOnly;
-        changed = true;
-    }
-    if (changed) saveAccount(*account);
     if (autoUpload && changeAutoUpload(*account, *autoUpload)) changed = true;
     if (common.json) {
         Json out = accountJson(*account, 0);

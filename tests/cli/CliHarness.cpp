@@ -256,6 +256,16 @@ RunResult CliHome::run(const std::vector<std::string>& args, const std::string& 
     return result;
 }
 
+std::vector<RunResult> CliHome::runTogether(const std::vector<std::vector<std::string>>& commands,
+                                            std::chrono::milliseconds timeout) const {
+    std::vector<RunResult> results(commands.size());
+    std::vector<std::thread> runners;
+    for (std::size_t i = 0; i < commands.size(); ++i)
+        runners.emplace_back([&, i] { results[i] = run(commands[i], {}, timeout); });
+    for (auto& runner : runners) runner.join();
+    return results;
+}
+
 int CliHome::runKilledAfter(const std::vector<std::string>& args, std::chrono::milliseconds lifetime) const {
     const auto env = environment();
     const pid_t pid = ::fork();

@@ -85,6 +85,10 @@ public:
     // Runs vxcloud with plain pipes; `input` is its stdin.
     RunResult run(const std::vector<std::string>& args, const std::string& input = {},
                   std::chrono::milliseconds timeout = 120s) const;
+    // Runs the command lines at once, each in a process of its own started together; their
+    // results, in the same order.
+    std::vector<RunResult> runTogether(const std::vector<std::vector<std::string>>& commands,
+                                       std::chrono::milliseconds timeout = 120s) const;
     // The same, expecting --json output on stdout.
     json runJson(const std::vector<std::string>& args, int* status = nullptr) const;
     // Starts vxcloud with its output discarded and kills it with SIGKILL after `lifetime`
