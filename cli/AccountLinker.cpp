@@ -12,6 +12,7 @@
 #include <set>
 #include <nlohmann/json.hpp>
 
+#include "AccountNumbers.h"
 #include "Accounts.h"
 #include "CliError.h"
 #include "HostContext.h"
@@ -310,6 +311,8 @@ LinkResult linkAccount(HostContext& context, Prompter& prompter, const LinkReque
     }
     DispatchQueue::main()->drain();
     linked.account = account;
+    // Numbered now, so accounts are numbered in the order they were linked.
+    linked.number = accountNumber(account->key());
     return linked;
 }
 

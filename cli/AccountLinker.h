@@ -28,6 +28,7 @@ struct LinkResult {
     std::shared_ptr<VXCloudAccount> account;
     bool relinked = false;  // an account with the same key was linked before; its settings are kept
     bool folderFromSettings = false;
+    std::size_t number = 0;  // its number in `vxcloud accounts`
 };
 
 // Hands the host's credentials (or the sandbox's stand-ins) to the authorisation manager

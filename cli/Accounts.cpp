@@ -4,6 +4,7 @@
 #include <cctype>
 #include <nlohmann/json.hpp>
 
+#include "AccountNumbers.h"
 #include "CliError.h"
 #include "SessionCalls.h"
 #include "vxcloud/auth/VXCloudAuthManager.h"
@@ -84,12 +85,12 @@ std::shared_ptr<VXCloudAccount> resolveAccount(const std::string& reference) {
     const AccountList accounts = linkedAccounts();
     if (accounts.empty()) throw CliError("no account is linked yet; link one with: vxcloud link SERVICE", kExitUsage);
 
-    // Its number in the list.
+    // Its number in `vxcloud accounts`.
     if (!reference.empty() && allDigits(reference) && reference.size() < 6) {
-        const std::size_t index = std::stoul(reference);
-        if (index >= 1 && index <= accounts.size()) return accounts[index - 1];
-        throw CliError("there is no account number " + reference + "; vxcloud accounts lists " +
-                           std::to_string(accounts.size()),
+        const std::size_t number = std::stoul(reference);
+        for (const auto& numbered : numberedAccounts())
+            if (numbered.number == number) return numbered.account;
+        throw CliError("there is no account number " + reference + "; vxcloud accounts lists the linked ones",
                        kExitUsage);
     }
     // Strongest form first: a unique match at one level wins over looser matches.
@@ -118,8 +119,8 @@ std::shared_ptr<VXCloudAccount> resolveAccount(const std::string& reference) {
         }
     }
     std::string names;
-    for (std::size_t i = 0; i < accounts.size(); ++i)
-        names += "\n  " + std::to_string(i + 1) + "  " + accountLabel(*accounts[i]);
+    for (const auto& numbered : numberedAccounts())
+        names += "\n  " + std::to_string(numbered.number) + "  " + accountLabel(*numbered.account);
     throw CliError("no linked account is called \"" + reference + "\". Linked accounts:" + names, kExitUsage);
 }
 

@@ -21,6 +21,69 @@ int terminalWidth() {
     return 80;
 }
 
+namespace {
+
+std::string hexEscape(const char* prefix, unsigned value, int digits) {
+    char buffer[16];
+    std::snprintf(buffer, sizeof buffer, "%s%0*x", prefix, digits, value);
+    return buffer;
+}
+
+std::string controlEscape(unsigned char c) {
+    switch (c) {
+        case '\n': return "\\n";
+        case '\r': return "\\r";
+        case '\t': return "\\t";
+        default: return hexEscape("\\x", c, 2);
+    }
+}
+
+// The length of the UTF-8 sequence starting at `i`, or 0 when it is not one.
+std::size_t sequenceLength(const std::string& text, std::size_t i) {
+    const auto byte = [&](std::size_t at) { return static_cast<unsigned char>(text[at]); };
+    const unsigned char lead = byte(i);
+    std::size_t length = 0;
+    if (lead < 0x80) {
+        length = 1;
+    } else if (lead >= 0xC2 && lead < 0xE0) {
+        length = 2;
+    } else if ((lead & 0xF0) == 0xE0) {
+        length = 3;
+    } else if ((lead & 0xF8) == 0xF0) {
+        length = 4;
+    }
+    if (length == 0 || i + length > text.size()) return 0;
+    for (std::size_t k = 1; k < length; ++k)
+        if ((byte(i + k) & 0xC0) != 0x80) return 0;
+    return length;
+}
+
+}  // namespace
+
+std::string printable(const std::string& text) {
+    std::string out;
+    out.reserve(text.size());
+    for (std::size_t i = 0; i < text.size();) {
+        const unsigned char c = static_cast<unsigned char>(text[i]);
+        const std::size_t length = sequenceLength(text, i);
+        if (length == 0) {
+            out += hexEscape("\\x", c, 2);
+            ++i;
+        } else if (c < 0x20 || c == 0x7F) {
+            out += controlEscape(c);
+            ++i;
+        } else if (c == 0xC2 && static_cast<unsigned char>(text[i + 1]) < 0xA0) {
+            // U+0080 to U+009F are controls too; some terminals act on them.
+            out += hexEscape("\\u", static_cast<unsigned char>(text[i + 1]), 4);
+            i += 2;
+        } else {
+            out.append(text, i, length);
+            i += length;
+        }
+    }
+    return out;
+}
+
 std::size_t displayWidth(const std::string& text) {
     std::size_t width = 0;
     for (unsigned char c : text)

@@ -13,6 +13,11 @@ bool stdinIsTerminal();
 // Columns of the terminal on stdout (80 when unknown).
 int terminalWidth();
 
+// The text with control characters escaped ("\n", "\t", "\x07", "\u009b") and bytes that
+// are not UTF-8 as "\xff": a name from a person or a service never breaks a line, a table or
+// the terminal's state.
+std::string printable(const std::string& text);
+
 // Printed characters of a UTF-8 text (code points; good enough for Latin names).
 std::size_t displayWidth(const std::string& text);
 // Cuts a text to `width` printed characters, ending in "…" when cut.

@@ -2,6 +2,7 @@
 #include <nlohmann/json.hpp>
 
 #include "AccountLinker.h"
+#include "AccountNumbers.h"
 #include "Accounts.h"
 #include "CliError.h"
 #include "Commands.h"
@@ -56,10 +57,10 @@ int listAccounts(const CommonOptions& common, bool check) {
     // The authorisation manager's start-up check asks each service whether the stored
     // sign-ins still work and marks the accounts whose do not.
     if (check) setUpAuthorization(context);
-    const AccountList accounts = linkedAccounts();
+    const auto accounts = numberedAccounts();
     if (common.json) {
         Json list = Json::array();
-        for (std::size_t i = 0; i < accounts.size(); ++i) list.push_back(accountJson(*accounts[i], i + 1));
+        for (const auto& [number, account] : accounts) list.push_back(accountJson(*account, number));
         printJson(Json{{"accounts", list}});
         return kExitOk;
     }
@@ -71,13 +72,13 @@ int listAccounts(const CommonOptions& common, bool check) {
     say(VXCloudString::ACCOUNTS());
     Table table({"#", "Service", "Name", "Account", VXCloudString::AUTO_UPLOAD(), "Wi-Fi only", "Upload folder", "Last error"});
     std::vector<std::string> notes;
-    for (std::size_t i = 0; i < accounts.size(); ++i) {
-        const auto& a = *accounts[i];
+    for (const auto& [number, account] : accounts) {
+        const auto& a = *account;
         const bool canAutoUpload = !autoUploadRefusal(a);
-        table.add({std::to_string(i + 1), displayName(a.cloudService), a.displayName, a.email,
+        table.add({std::to_string(number), displayName(a.cloudService), a.displayName, a.email,
                    canAutoUpload ? onOff(a.shouldAutoUpload) : "n/a", onOff(a.onlyWifiUpload),
                    uploadFolderPath(a).value_or("(none)"), a.error ? errorWord(a) : "-"});
-        for (const auto& note : accountNotes(a)) notes.push_back(std::to_string(i + 1) + ": " + note);
+        for (const auto& note : accountNotes(a)) notes.push_back(std::to_string(number) + ": " + note);
     }
     std::cout << table.render("  ");
     for (const auto& note : notes) say("  " + note);
@@ -98,14 +99,15 @@ int link(const CommonOptions& common, const LinkArgs& args) {
     const LinkResult result =
         linkAccount(context, prompter, LinkRequest{service, args.as, args.replace, args.noBrowser, args.paste});
     const auto& account = *result.account;
+    const std::size_t number = result.number;
     if (common.json) {
-        Json out = accountJson(account, 0);
-        out.erase("number");
+        Json out = accountJson(account, number);
         out["relinked"] = result.relinked;
         printJson(out);
         return kExitOk;
     }
-    say((result.relinked ? "Linked again: " : "Linked: ") + accountLabel(account) + " (" + account.displayName + ")");
+    say((result.relinked ? "Linked again: " : "Linked: ") + accountLabel(account) + " (" +
+        printable(account.displayName) + "), number " + std::to_string(number) + " in vxcloud accounts");
     if (account.cloudService == VXCloudService::oneNote) {
         // OneNote takes documents only on request, in a section.
         say("Send a document to a section with:  vxcloud upload FILE --to '" + accountLabel(account) +
@@ -123,7 +125,11 @@ int link(const CommonOptions& common, const LinkArgs& args) {
     return kExitOk;
 }
 
-int unlink(const CommonOptions& common, const std::string& reference) {
+std::string copiesPhrase(std::size_t count) {
+    return std::to_string(count) + " document cop" + (count == 1 ? "y" : "ies");
+}
+
+int unlink(const CommonOptions& common, const std::string& reference, bool yes) {
     const bool webdav = [&] {
         HostContext offline(hostOptions(common, true));
         return webDAVAccount(*resolveAccount(reference));
@@ -136,13 +142,24 @@ int unlink(const CommonOptions& common, const std::string& reference) {
     // component announces the unlink.
     const auto forgotten =
         context.records().documentsOnAccount(account->accountType(), account->email, std::nullopt).size();
+    // What goes cannot be had back by linking again: the person says yes first.
+    if (!yes) {
+        Prompter prompter = Prompter::forTerminal(common.noInput || common.json);
+        if (!prompter.interactive())
+            throw CliError("unlink asks before it removes " + label + "; give --yes to unlink without asking", kExitUsage);
+        const std::string question = "Unlink " + label + " (" + printable(account->displayName) + ")? " +
+                                     (webdav ? "It is removed from this host" : "Its sign-in on this machine is deleted") +
+                                     " and the records of its " + copiesPhrase(forgotten) + " are forgotten; " +
+                                     "the documents stay at " + displayName(account->cloudService) + ".";
+        if (!prompter.confirm(question, false)) throw CliError("nothing was unlinked", kExitFailed);
+    }
     const bool signedOut = unlinkAccount(account);
     if (!signedOut && !webdav && !common.json) say("The account's sign-in was already gone; it is removed from this host.");
     if (common.json) {
         printJson(Json{{"unlinked", label}, {"key", account->key()}, {"documentsForgotten", forgotten}});
     } else {
         say(VXCloudString::UNLINK_ACCOUNT() + ": " + label + " is unlinked" +
-            (forgotten > 0 ? "; the records of its " + std::to_string(forgotten) + " document copies are removed" : "") + ".");
+            (forgotten > 0 ? "; the records of its " + copiesPhrase(forgotten) + " are removed" : "") + ".");
     }
     return kExitOk;
 }
@@ -255,15 +272,23 @@ void addAccountCommands(CommandLine& line) {
         action = [&, linkArgs] { return link(common, *linkArgs); };
     });
 
-    auto unlinkRef = std::make_shared<std::string>();
+    struct UnlinkArgs {
+        std::string account;
+        bool yes = false;
+    };
+    auto unlinkArgs = std::make_shared<UnlinkArgs>();
     auto* unlinkCommand = line.app.add_subcommand(
         "unlink", "Unlink an account: delete its sign-in (the tokens kept on this machine), remove it, and forget\n"
-                  "its documents' records. The documents stay at the service.");
-    unlinkCommand->add_option("account", *unlinkRef, accountHelp)->required();
+                  "its documents' records. The documents stay at the service. Asks first, on a terminal.");
+    unlinkCommand->add_option("account", unlinkArgs->account, accountHelp)->required();
+    unlinkCommand->add_flag("-y,--yes", unlinkArgs->yes, "Unlink without asking (for scripts; without a terminal it is needed)");
     addSandbox(unlinkCommand, common);
     addVerbosity(unlinkCommand, common);
     addJson(unlinkCommand, common);
-    unlinkCommand->callback([&, unlinkRef] { action = [&, unlinkRef] { return unlink(common, *unlinkRef); }; });
+    addNoInput(unlinkCommand, common);
+    unlinkCommand->callback([&, unlinkArgs] {
+        action = [&, unlinkArgs] { return unlink(common, unlinkArgs->account, unlinkArgs->yes); };
+    });
 
     struct SettingsArgs {
         std::string account, autoUpload, wifi;

@@ -3,6 +3,7 @@
 #include <cctype>
 #include <nlohmann/json.hpp>
 
+#include "AccountNumbers.h"
 #include "Accounts.h"
 #include "CliError.h"
 #include "Commands.h"
@@ -55,11 +56,16 @@ int addWebDAV(const CommonOptions& common, WebDAVForm form) {
         account.displayName = form.label;
     }
     saveAccount(account);
+    const std::size_t number = accountNumber(account.key());
     if (common.json) {
-        printJson(Json{{"key", account.key()}, {"label", accountLabel(account)}, {"account", account.toDict()}});
+        printJson(Json{{"key", account.key()},
+                       {"number", number},
+                       {"label", accountLabel(account)},
+                       {"account", account.toDict()}});
         return kExitOk;
     }
-    say("Added " + accountLabel(account) + " (" + form.url + ", port " + form.port + ").");
+    say("Added " + accountLabel(account) + " (" + form.url + ", port " + form.port + "), number " +
+        std::to_string(number) + " in vxcloud accounts.");
     say(*autoUploadRefusal(account));
     return kExitOk;
 }

@@ -19,7 +19,7 @@ TEST(CliHelp, EveryCommandExplainsItselfAndItsOptions) {
     const std::map<std::vector<std::string>, std::vector<std::string>> commands = {
         {{"accounts"}, {"--json", "--check"}},
         {{"link"}, {"--sandbox", "--as", "--no-browser", "--paste", "-v"}},
-        {{"unlink"}, {"account", "--sandbox"}},
+        {{"unlink"}, {"account", "--sandbox", "--yes"}},
         {{"settings"}, {"--name", "--auto-upload", "--wifi-only"}},
         {{"webdav", "add"}, {"--username", "--url", "--port", "--label"}},
         {{"folder"}, {"--create", "--move-files", "--list"}},

@@ -170,7 +170,7 @@ TEST_F(CliFlow, LinkFolderUploadConflictRenameMoveUnlink) {
     EXPECT_EQ(status["documents"][0]["records"][0]["record"]["documentId"], newName);
 
     // Unlink: signed out, removed, and the host forgets its records of the account.
-    const RunResult unlinked = home_.run({"unlink", "Dropbox:" + email_});
+    const RunResult unlinked = home_.run({"unlink", "Dropbox:" + email_, "--yes"});
     ASSERT_EQ(unlinked.status, 0) << unlinked.out << unlinked.err;
     EXPECT_TRUE(readRecords(home_.recordsPath()).empty());
     EXPECT_TRUE(home_.runJson({"accounts", "--json"})["accounts"].empty());
