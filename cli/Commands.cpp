@@ -24,6 +24,10 @@ void addNoInput(CLI::App* command, CommonOptions& common) {
                       "Never ask; without a terminal on stdin nothing is asked anyway");
 }
 
+void addQuiet(CLI::App* command, CommonOptions& common) {
+    command->add_flag("-q,--quiet", common.quiet, "Show only errors and the final summary, no progress");
+}
+
 HostOptions hostOptions(const CommonOptions& common, bool offline) {
     HostOptions options;
     options.verbosity = common.verbosity;

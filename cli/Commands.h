@@ -14,6 +14,7 @@ struct CommonOptions {
     std::string sandboxUrl;
     bool json = false;
     bool noInput = false;
+    bool quiet = false;
 };
 
 // What the parsed command does; returns the exit status.
@@ -31,6 +32,8 @@ void addVerbosity(CLI::App* command, CommonOptions& common);
 void addSandbox(CLI::App* command, CommonOptions& common);
 void addJson(CLI::App* command, CommonOptions& common);
 void addNoInput(CLI::App* command, CommonOptions& common);
+// -q where the command shows progress: only errors and the final summary.
+void addQuiet(CLI::App* command, CommonOptions& common);
 
 HostOptions hostOptions(const CommonOptions& common, bool offline);
 

@@ -104,7 +104,7 @@ public:
         : sandbox_(sandbox),
           context_(makeOptions(common, sandbox)),
           prompter_(false),
-          board_(ProgressBoard::create(stdoutIsTerminal() && common.verbosity == 0, false)),
+          board_(boardFor(false, false, common.verbosity)),
           mover_(context_, prompter_, board_) {}
 
     int run(const std::string& home) {

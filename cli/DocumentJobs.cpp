@@ -272,6 +272,7 @@ DocumentOutcome DocumentJobs::renameOne(const std::string& path, const std::stri
             AccountOutcome skipped = outcomeShell(*account);
             skipped.kind = AccountOutcome::Kind::skipped;
             skipped.note = "no copy of the document is stored there";
+            skipped.shown = "skipped: " + skipped.note;
             document.accounts.push_back(std::move(skipped));
         }
     }
@@ -297,13 +298,14 @@ void DocumentJobs::runRounds(DocumentOutcome& document, AccountList accounts, bo
             AccountOutcome skipped = outcomeShell(*account);
             skipped.kind = AccountOutcome::Kind::skipped;
             skipped.note = *reason;
+            skipped.shown = "skipped: " + skipped.note;
             document.accounts.push_back(std::move(skipped));
             continue;
         }
         eligible.push_back(account);
     }
-    if (!context_.json()) {
-        for (const auto& skipped : document.accounts) say("  skipped " + skipped.label + ": " + skipped.note);
+    if (!options_.quiet) {
+        for (const auto& skipped : document.accounts) say("  skipped " + printable(skipped.label) + ": " + skipped.note);
     }
     if (eligible.empty()) {
         document.problem = "no account takes part: automatic upload is off, or not possible, for every linked account";
@@ -350,13 +352,15 @@ void DocumentJobs::runRounds(DocumentOutcome& document, AccountList accounts, bo
         if (!row) break;
         const Json before = records.recordsForComponent(row->id);
 
-        std::vector<std::pair<std::string, std::string>> rows;
+        std::vector<BoardRow> rows;
         for (const auto& account : pass.accounts) {
-            rows.emplace_back(account->key(), accountLabel(*account));
+            rows.push_back({account->key(), accountLabel(*account), displayName(account->cloudService)});
             keeper.expectFolder(document.fileIdentifier, account->accountType(), account->email,
                                 uploadFolderPath(*account).value_or(""));
         }
-        board_->begin(pass.title, rows, size);
+        board_->begin({pass.title, Json{{"action", rename ? "rename" : "upload"}, {"document", document.name}}, "account",
+                       rename ? 0 : size},
+                      rows);
         context_.setProgressReceiver(board_);
 
         const JsonBox previous = before.empty() ? JsonBox() : JsonBox(before);
@@ -425,7 +429,8 @@ void DocumentJobs::runRounds(DocumentOutcome& document, AccountList accounts, bo
             if (answer == answers.end()) {
                 outcome.kind = AccountOutcome::Kind::failed;
                 outcome.note = "no answer from the service while nothing moved";
-                board_->finishRow(account->key(), "failed: " + outcome.note);
+                outcome.shown = "failed: " + outcome.note;
+                board_->finishRow(account->key(), outcome.shown, outcome.word());
                 setFinal(std::move(outcome));
                 continue;
             }
@@ -452,7 +457,8 @@ void DocumentJobs::runRounds(DocumentOutcome& document, AccountList accounts, bo
                     outcome.note = (rename ? "renamed to " : "uploaded as ") + storedAs +
                                    (rename ? "" : " (" + humanBytes(size) + ")");
                 }
-                board_->finishRow(account->key(), outcome.note);
+                outcome.shown = outcome.note;
+                board_->finishRow(account->key(), outcome.shown, outcome.word());
                 noteAccountOutcome(*account, std::nullopt);
             } else {
                 const std::string word = text(outcome.record, kError);
@@ -461,7 +467,8 @@ void DocumentJobs::runRounds(DocumentOutcome& document, AccountList accounts, bo
                 // A service that limits requests says how long to wait; a retry before then fails.
                 const std::string wait = waitPhrase(outcome.record, *account);
                 if (!wait.empty()) outcome.note += "; " + wait;
-                board_->finishRow(account->key(), shortFailure(word) + (wait.empty() ? "" : "; " + wait));
+                outcome.shown = shortFailure(word) + (wait.empty() ? "" : "; " + wait);
+                board_->finishRow(account->key(), outcome.shown, outcome.word());
                 const ErrorCode code = VXCloudError::fromString(word).value_or(ErrorCode::fileUpload);
                 failures.emplace_back(account, code);
                 noteAccountOutcome(*account, code);
@@ -566,9 +573,11 @@ JobReport DocumentJobs::move(const std::vector<std::string>& paths, const std::s
     }
     if (files.empty()) return report;
 
-    std::vector<std::pair<std::string, std::string>> rows;
-    for (const auto index : taking) rows.emplace_back(report.documents[index].fileIdentifier, report.documents[index].name);
-    board_->begin("Moving on " + label + " from " + fromPath + " to " + toPath, rows, 0);
+    std::vector<BoardRow> rows;
+    for (const auto index : taking) rows.push_back({report.documents[index].fileIdentifier, report.documents[index].name, {}});
+    board_->begin({"Moving on " + label + " from " + fromPath + " to " + toPath,
+                   Json{{"action", "move"}, {"account", label}, {"from", fromPath}, {"to", toPath}}, "document", 0},
+                  rows);
 
     const Json returned = VXCloudTaskManager::sharedInstance()->moveWithCloudFiles(files, fromFolder, toFolder, account);
     std::map<std::string, Json> answers;
@@ -610,7 +619,8 @@ JobReport DocumentJobs::move(const std::vector<std::string>& paths, const std::s
                                        ")";
         }
         failed = failed || outcome.kind == AccountOutcome::Kind::failed;
-        board_->finishRow(document.fileIdentifier, outcome.note);
+        outcome.shown = outcome.note;
+        board_->finishRow(document.fileIdentifier, outcome.shown, outcome.word());
         document.accounts.push_back(std::move(outcome));
     }
     board_->end();

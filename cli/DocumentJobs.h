@@ -29,6 +29,7 @@ struct JobOptions {
     int retries = 0;                       // failed transfers retried without asking
     std::chrono::seconds timeout{300};     // for the outcome of one request
     bool hints = true;                     // say which command or flag helps after a failure
+    bool quiet = false;                    // say only what went wrong (-q, --json)
 };
 
 struct AccountOutcome {
@@ -39,6 +40,7 @@ struct AccountOutcome {
     enum class Kind { done, unchanged, skipped, failed } kind = Kind::failed;
     Json record;       // the account's final status record (null when skipped)
     std::string note;  // why it was skipped or failed, for people
+    std::string shown;  // what its progress row ends with ("uploaded as a.pdf", "failed: the storage is full")
     std::int64_t bytesSent = 0;
 
     std::string word() const;  // "uploaded", "unchanged", "skipped", "failed" (or "renamed", "moved")

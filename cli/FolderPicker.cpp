@@ -99,11 +99,11 @@ std::optional<PickedFolder> pickFolderInteractively(const std::shared_ptr<VXClou
     for (int step = 0; step < 1000; ++step) {
         FolderInfo& here = *trail.top();
         say();
-        say(displayName(session->cloudAccount()->cloudService) + "  " + here.displayPath);
+        say(displayName(session->cloudAccount()->cloudService) + "  " + printable(here.displayPath));
         if (oneNote) say(trail.count() == 1 ? VXCloudString::NOTEBOOKS() : VXCloudString::SECTIONS());
         if (here.children.empty()) say("   (no folders here)");
         for (std::size_t i = 0; i < here.children.size(); ++i)
-            say("  " + std::to_string(i + 1) + "  " + here.children[i]->name);
+            say("  " + std::to_string(i + 1) + "  " + printable(here.children[i]->name));
         const std::string newLabel =
             oneNote ? (trail.count() == 1 ? VXCloudString::NEW_NOTEBOOK() : VXCloudString::NEW_SECTION())
                     : VXCloudString::NEW_FOLDER();

@@ -8,6 +8,7 @@
 #include "Progress.h"
 #include "SessionCalls.h"
 #include "vxcloud/engine/VXCloudTaskManager.h"
+#include "vxcloud/engine/VXCloudUtils.h"
 #include "vxcloud/model/VXCloudFile.h"
 #include "vxcloud/platform/ByteBuffer.h"
 
@@ -36,7 +37,9 @@ ManualSend sendOne(const std::string& given, const std::shared_ptr<VXCloudAccoun
     file->uploadFolder = folder.folder;
 
     const std::string key = account->key();
-    board.begin(send.name + " to " + folder.displayPath, {{key, accountLabel(*account)}}, size);
+    board.begin({send.name + " to " + folder.displayPath,
+                 Json{{"action", "send"}, {"document", send.name}, {"folder", folder.displayPath}}, "account", size},
+                {{key, accountLabel(*account), displayName(account->cloudService)}});
     // The session holds most delegates weakly: the catcher lives here until the answer.
     auto catcher = std::make_shared<OutcomeCatcher>();
     const std::int64_t handedOn = VXCloudTaskManager::sharedInstance()->manualUploadWithFiles(
@@ -58,7 +61,7 @@ ManualSend sendOne(const std::string& given, const std::shared_ptr<VXCloudAccoun
         send.ok = true;
         send.bytesSent = std::max(send.bytesSent, size);
     }
-    board.finishRow(key, send.ok ? "sent" : "failed: " + send.note);
+    board.finishRow(key, send.ok ? "sent" : "failed: " + send.note, send.ok ? "sent" : "failed");
     board.end();
     return send;
 }

@@ -111,6 +111,8 @@ Table::Table(std::vector<std::string> headers) : headers_(std::move(headers)) {}
 
 void Table::add(std::vector<std::string> row) {
     row.resize(headers_.size());
+    // One line per row, whatever the cells hold.
+    for (auto& cell : row) cell = printable(cell);
     rows_.push_back(std::move(row));
 }
 
@@ -146,6 +148,10 @@ void warn(const std::string& message) {
 
 void printJson(const Json& value) {
     std::cout << value.dump(2, ' ', false, Json::error_handler_t::replace) << '\n' << std::flush;
+}
+
+void printJsonLine(const Json& value) {
+    std::cout << value.dump(-1, ' ', false, Json::error_handler_t::replace) << '\n' << std::flush;
 }
 
 std::string humanBytes(std::int64_t bytes) {

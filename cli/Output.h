@@ -26,6 +26,7 @@ std::string fitWidth(const std::string& text, std::size_t width);
 class Table {
 public:
     explicit Table(std::vector<std::string> headers);
+    // Control characters in the cells are shown escaped (printable).
     void add(std::vector<std::string> row);
     bool empty() const { return rows_.empty(); }
     // Columns padded to their widest cell; the last column is not padded.
@@ -40,6 +41,8 @@ private:
 void say(const std::string& line = {});
 void warn(const std::string& message);
 void printJson(const Json& value);
+// One JSON value on one line (a stream of them is JSON lines).
+void printJsonLine(const Json& value);
 
 std::string humanBytes(std::int64_t bytes);
 // A content hash or revision shortened for tables.

@@ -97,7 +97,7 @@ int link(const CommonOptions& common, const LinkArgs& args) {
     HostContext context(hostOptions(common, false));
     Prompter prompter = Prompter::forTerminal(common.noInput);
     const LinkResult result =
-        linkAccount(context, prompter, LinkRequest{service, args.as, args.replace, args.noBrowser, args.paste});
+        linkAccount(context, prompter, LinkRequest{service, args.as, args.replace, args.noBrowser, args.paste, common.quiet});
     const auto& account = *result.account;
     const std::size_t number = result.number;
     if (common.json) {
@@ -108,6 +108,7 @@ int link(const CommonOptions& common, const LinkArgs& args) {
     }
     say((result.relinked ? "Linked again: " : "Linked: ") + accountLabel(account) + " (" +
         printable(account.displayName) + "), number " + std::to_string(number) + " in vxcloud accounts");
+    if (common.quiet) return kExitOk;
     if (account.cloudService == VXCloudService::oneNote) {
         // OneNote takes documents only on request, in a section.
         say("Send a document to a section with:  vxcloud upload FILE --to '" + accountLabel(account) +
@@ -175,7 +176,7 @@ void showSettings(const VXCloudAccount& account) {
     say(VXCloudString::ACCOUNT_SETTINGS() + " — " + accountLabel(account));
     if (account.error && account.error->errorCode == ErrorCode::authentication)
         say("  " + VXCloudString::AUTHORIZE_ACCOUNT() + ": " + VXCloudString::AUTHENTICATION_ERROR());
-    say("  " + VXCloudString::ACCOUNT_NAME() + ": " + account.displayName);
+    say("  " + VXCloudString::ACCOUNT_NAME() + ": " + printable(account.displayName));
     say("  Service: " + displayName(account.cloudService) + " (" + account.email + ")");
     if (const auto* webdav = dynamic_cast<const VXCloudWebDAVAccount*>(&account))
         say("  Server: " + webdav->url + " port " + webdav->port + (webdav->label ? " (" + *webdav->label + ")" : ""));
@@ -186,7 +187,7 @@ void showSettings(const VXCloudAccount& account) {
         say("    " + VXCloudString::AUTO_UPLOAD() + ": " + onOff(account.shouldAutoUpload));
     }
     say("    " + VXCloudString::ONLY_WIFI_UPLOAD() + ": " + onOff(account.onlyWifiUpload));
-    say("    Upload folder: " + uploadFolderPath(account).value_or(VXCloudString::SET_DEFAULT_UPLOAD_FOLDER()));
+    say("    Upload folder: " + printable(uploadFolderPath(account).value_or(VXCloudString::SET_DEFAULT_UPLOAD_FOLDER())));
     say("  Last error: " + (account.error ? errorWord(account) : std::string("none")));
 }
 
@@ -268,6 +269,7 @@ void addAccountCommands(CommandLine& line) {
     addVerbosity(linkCommand, common);
     addJson(linkCommand, common);
     addNoInput(linkCommand, common);
+    addQuiet(linkCommand, common);
     linkCommand->callback([&, linkArgs] {
         action = [&, linkArgs] { return link(common, *linkArgs); };
     });

@@ -7,6 +7,7 @@
 #include "DocumentJobs.h"
 #include "Documents.h"
 #include "FolderPicker.h"
+#include "JobSummary.h"
 #include "ManualUpload.h"
 #include "Output.h"
 #include "Paths.h"
@@ -37,8 +38,9 @@ struct JobArgs {
     int timeout = 300;
 };
 
-JobOptions jobOptions(const JobArgs& args) {
+JobOptions jobOptions(const CommonOptions& common, const JobArgs& args) {
     JobOptions options;
+    options.quiet = common.quiet || common.json;
     options.accountRefs = args.accounts;
     options.overwrite = args.overwrite;
     options.retries = std::max(0, args.retries);
@@ -51,20 +53,19 @@ JobOptions jobOptions(const JobArgs& args) {
 }
 
 std::shared_ptr<ProgressBoard> boardFor(const CommonOptions& common) {
-    return ProgressBoard::create(stdoutIsTerminal() && common.verbosity == 0, common.json);
+    return cli::boardFor(common.json, common.quiet, common.verbosity);
 }
 
 int finish(HostContext& context, const CommonOptions& common, const JobReport& report) {
     const bool ok = report.ok() && context.keeper().problems().empty();
     if (common.json) {
-        Json out = report.toJson(context);
+        // The last of the JSON lines, after the progress events.
+        Json out = {{"event", "result"}};
+        out.update(report.toJson(context));
         out["ok"] = ok;
-        printJson(out);
-    } else if (report.documents.size() > 1 || !ok) {
-        std::size_t good = 0;
-        for (const auto& document : report.documents) good += document.ok() ? 1 : 0;
-        say(std::to_string(good) + " of " + std::to_string(report.documents.size()) + " document" +
-            (report.documents.size() == 1 ? "" : "s") + " done" + (ok ? "." : "; see above for the rest."));
+        printJsonLine(out);
+    } else {
+        std::cout << jobSummary(report, ok, common.quiet) << std::flush;
     }
     return ok ? kExitOk : kExitFailed;
 }
@@ -101,8 +102,8 @@ int uploadTo(const CommonOptions& common, const JobArgs& args) {
     const auto session = initCloudSession(account);
     if (!session) throw CliError("no session can be made for " + accountLabel(*account) + "; link it again");
     const PickedFolder folder = folderToSendTo(session, *account, args, prompter);
-    const JobOptions options = jobOptions(args);
-    if (!common.json) {
+    const JobOptions options = jobOptions(common, args);
+    if (!common.json && !common.quiet) {
         say(account->cloudService == VXCloudService::oneNote
                 ? "Each document becomes a new page in " + folder.displayPath + " of " + accountLabel(*account) + "."
                 : "Sending to " + folder.displayPath + " of " + accountLabel(*account) +
@@ -118,24 +119,42 @@ int uploadTo(const CommonOptions& common, const JobArgs& args) {
         if (!common.json && !send.ok) warn(send.name + ": " + send.note);
     }
     if (common.json) {
-        printJson(Json{{"action", "send"}, {"account", accountLabel(*account)}, {"accountType", account->accountType()},
-                       {"folder", folder.displayPath}, {"documents", documents}, {"ok", ok}});
+        printJsonLine(Json{{"event", "result"},
+                           {"action", "send"},
+                           {"account", accountLabel(*account)},
+                           {"accountType", account->accountType()},
+                           {"folder", folder.displayPath},
+                           {"documents", documents},
+                           {"ok", ok}});
     }
     return ok ? kExitOk : kExitFailed;
 }
 
-int upload(const CommonOptions& common, const JobArgs& args) {
-    // A file whose name cannot be a document name is refused before anything starts.
-    for (const auto& file : args.files) {
-        const std::string name = baseName(absolutePath(file));
-        if (auto problem = documentNameProblem(name)) {
-            throw CliError(file + " cannot be uploaded under its name: " + *problem, kExitUsage);
+// Files that cannot be documents (missing, a directory, empty, not a PDF) or whose names
+// cannot be document names are wrong input: each is named, and nothing starts.
+void refuseWrongFiles(const std::vector<std::string>& files) {
+    std::vector<std::string> problems;
+    for (const auto& file : files) {
+        if (auto problem = documentProblem(file)) {
+            problems.push_back(*problem);
+        } else if (auto nameProblem = documentNameProblem(baseName(absolutePath(file)))) {
+            problems.push_back(file + " cannot be uploaded under its name: " + *nameProblem);
         }
     }
+    if (problems.empty()) return;
+    if (files.size() == 1) throw CliError(problems.front(), kExitUsage);
+    for (const auto& problem : problems) warn(problem);
+    throw CliError("nothing was uploaded: " + std::to_string(problems.size()) + " of the " +
+                       std::to_string(files.size()) + " files cannot be sent as documents",
+                   kExitUsage);
+}
+
+int upload(const CommonOptions& common, const JobArgs& args) {
+    refuseWrongFiles(args.files);
     if (!args.to.empty()) return uploadTo(common, args);
     HostContext context(hostOptions(common, false));
     Prompter prompter = Prompter::forTerminal(common.noInput || common.json);
-    DocumentJobs jobs(context, prompter, boardFor(common), jobOptions(args));
+    DocumentJobs jobs(context, prompter, boardFor(common), jobOptions(common, args));
     return finish(context, common, jobs.upload(args.files));
 }
 
@@ -144,7 +163,7 @@ int rename(const CommonOptions& common, const JobArgs& args) {
         throw CliError("\"" + args.newName + "\" cannot be a document name: " + *problem, kExitUsage);
     HostContext context(hostOptions(common, false));
     Prompter prompter = Prompter::forTerminal(common.noInput || common.json);
-    DocumentJobs jobs(context, prompter, boardFor(common), jobOptions(args));
+    DocumentJobs jobs(context, prompter, boardFor(common), jobOptions(common, args));
     return finish(context, common, jobs.rename(args.file, args.newName));
 }
 
@@ -159,7 +178,7 @@ int move(const CommonOptions& common, const JobArgs& args) {
     const auto toInfo = resolveFolderPath(session, args.to, args.create).uploadFolderInfo();
     std::shared_ptr<VXCloudFile> fromFolder;
     if (args.from) fromFolder = initUploadFolderFromDictionary(resolveFolderPath(session, *args.from, false).uploadFolderInfo());
-    DocumentJobs jobs(context, prompter, boardFor(common), jobOptions(args));
+    DocumentJobs jobs(context, prompter, boardFor(common), jobOptions(common, args));
     return finish(context, common, jobs.move(args.files, account, fromFolder, initUploadFolderFromDictionary(toInfo)));
 }
 
@@ -200,7 +219,7 @@ int status(const CommonOptions& common, const std::vector<std::string>& files) {
                                {"records", list}});
             continue;
         }
-        say(document.name + "   (" + document.path + ")");
+        say(printable(document.name) + "   (" + printable(document.path) + ")");
         std::cout << statusTable(records, document, accounts);
     }
     if (common.json) printJson(Json{{"documents", out}});
@@ -245,6 +264,7 @@ void addDocumentCommands(CommandLine& line) {
     addSandbox(uploadCommand, common);
     addVerbosity(uploadCommand, common);
     addJson(uploadCommand, common);
+    addQuiet(uploadCommand, common);
     addNoInput(uploadCommand, common);
     uploadCommand->callback([&, uploadArgs] { action = [&, uploadArgs] { return upload(common, *uploadArgs); }; });
 
@@ -258,6 +278,7 @@ void addDocumentCommands(CommandLine& line) {
     addSandbox(renameCommand, common);
     addVerbosity(renameCommand, common);
     addJson(renameCommand, common);
+    addQuiet(renameCommand, common);
     addNoInput(renameCommand, common);
     renameCommand->callback([&, renameArgs] { action = [&, renameArgs] { return rename(common, *renameArgs); }; });
 
@@ -274,6 +295,7 @@ void addDocumentCommands(CommandLine& line) {
     addSandbox(moveCommand, common);
     addVerbosity(moveCommand, common);
     addJson(moveCommand, common);
+    addQuiet(moveCommand, common);
     moveCommand->callback([&, moveArgs] { action = [&, moveArgs] { return move(common, *moveArgs); }; });
 
     auto statusFiles = std::make_shared<std::vector<std::string>>();

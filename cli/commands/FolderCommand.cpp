@@ -59,8 +59,8 @@ int folder(const CommonOptions& common, const FolderArgs& args) {
                 list.push_back(PickedFolder{child, picked->displayPath}.uploadFolderInfo());
             printJson(Json{{"path", picked->displayPath}, {"folders", list}});
         } else {
-            say(picked->displayPath);
-            for (const auto& child : children) say("  " + child->name);
+            say(printable(picked->displayPath));
+            for (const auto& child : children) say("  " + printable(child->name));
         }
         return kExitOk;
     }
@@ -80,7 +80,8 @@ int folder(const CommonOptions& common, const FolderArgs& args) {
     }
 
     // The host answers its own announcement by moving the documents when asked to.
-    auto board = ProgressBoard::create(stdoutIsTerminal() && common.verbosity == 0, common.json);
+    // The command's JSON is one document: no events before it.
+    auto board = boardFor(false, common.quiet || common.json, common.verbosity);
     FolderChangeMover mover(context, prompter, board);
     const FolderChange change = chooseUploadFolder(account, session, info, moveFiles);
 
@@ -93,11 +94,11 @@ int folder(const CommonOptions& common, const FolderArgs& args) {
         if (!mover.lastReport().is_null()) out["moved"] = mover.lastReport();
         printJson(out);
     } else {
-        say("Upload folder for " + label + ": " + picked->displayPath);
+        say("Upload folder for " + label + ": " + printable(picked->displayPath));
         if (!change.settingsWritten && change.settingsKept)
             warn("the folder is chosen here, but the settings file could not be written to " +
                  displayName(account->cloudService) + ": " + change.settingsProblem);
-        if (!account->shouldAutoUpload && !autoUploadRefusal(*account))
+        if (!account->shouldAutoUpload && !autoUploadRefusal(*account) && !common.quiet)
             say("Automatic upload is off; turn it on with: vxcloud settings '" + label + "' --auto-upload on");
     }
     return (change.settingsWritten || !change.settingsKept) && context.failures() == 0 ? kExitOk : kExitFailed;
@@ -126,6 +127,7 @@ void addFolderCommand(CommandLine& line) {
     addVerbosity(command, common);
     addJson(command, common);
     addNoInput(command, common);
+    addQuiet(command, common);
     command->callback([&, args] { action = [&, args] { return folder(common, *args); }; });
 }
 

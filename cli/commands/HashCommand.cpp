@@ -1,4 +1,5 @@
 // hash: a file's content digest as a service computes it, to compare with what it shows.
+#include <algorithm>
 #include <nlohmann/json.hpp>
 
 #include "Accounts.h"
@@ -23,7 +24,8 @@ int hashFiles(const CommonOptions& common, const std::string& serviceText, const
         if (data) digest = VXCloudFileHasher::hash(*data, service);
         if (!data || !digest) {
             warn("cannot hash " + path + ": " + (data ? std::string("the digest routines failed") : error));
-            status = kExitFailed;
+            // A file that cannot be read is wrong input; the others are still hashed.
+            status = std::max(status, data ? int(kExitFailed) : int(kExitUsage));
             out.push_back(Json{{"path", path}, {"error", data ? "digest failed" : error}});
             continue;
         }

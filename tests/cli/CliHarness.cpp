@@ -288,7 +288,13 @@ json CliHome::runJson(const std::vector<std::string>& args, int* status) const {
     const RunResult result = run(args);
     if (status) *status = result.status;
     const json parsed = json::parse(result.out, nullptr, false);
-    return parsed.is_discarded() ? json() : parsed;
+    if (!parsed.is_discarded()) return parsed;
+    // JSON lines (progress events, then the result): the last one.
+    const auto end = result.out.find_last_not_of("\n");
+    if (end == std::string::npos) return json();
+    const auto start = result.out.rfind('\n', end);
+    const json last = json::parse(result.out.substr(start == std::string::npos ? 0 : start + 1, end + 1), nullptr, false);
+    return last.is_discarded() ? json() : last;
 }
 
 // ---------------------------------------------------------------------- pty
@@ -360,6 +366,21 @@ int PtySession::wait(std::chrono::milliseconds timeout) {
     while (readSome(20ms)) {
     }
     return exited_ ? status_ : -1;
+}
+
+bool linkForUploads(const CliHome& home, const std::string& service, const std::string& email,
+                    const std::string& folder, std::string& error) {
+    const std::string account = service + ":" + email;
+    for (const auto& args : std::vector<std::vector<std::string>>{{"link", service, "--as", email},
+                                                                  {"folder", account, folder, "--create"},
+                                                                  {"settings", account, "--auto-upload", "on"}}) {
+        const RunResult r = home.run(args);
+        if (r.status != 0) {
+            error = args.front() + " " + account + ": " + r.out + r.err;
+            return false;
+        }
+    }
+    return true;
 }
 
 // ------------------------------------------------------------------ records

@@ -89,7 +89,8 @@ public:
     // results, in the same order.
     std::vector<RunResult> runTogether(const std::vector<std::vector<std::string>>& commands,
                                        std::chrono::milliseconds timeout = 120s) const;
-    // The same, expecting --json output on stdout.
+    // The same, expecting --json output on stdout: one JSON document, or JSON lines (then
+    // the last line, the result).
     json runJson(const std::vector<std::string>& args, int* status = nullptr) const;
     // Starts vxcloud with its output discarded and kills it with SIGKILL after `lifetime`
     // (unless it ended before); its exit status, or -1 when it was killed.
@@ -129,6 +130,11 @@ private:
     int status_ = -1;
     bool exited_ = false;
 };
+
+// Links the sandbox account of `service` ("dropbox", "box", ...) with this e-mail, gives it
+// `folder` (created) and turns its automatic upload on; false (and why) when a step failed.
+bool linkForUploads(const CliHome& home, const std::string& service, const std::string& email,
+                    const std::string& folder, std::string& error);
 
 // The records database as rows, read straight from SQLite.
 struct DbRecord {

@@ -144,8 +144,9 @@ TEST(CliHash, PrintsEachServicesDigest) {
     EXPECT_EQ(digest("dropbox", "abc.txt"), "4f8b42c22dd3729b519ba6f68d2da7cc5b2d606d05daed5ad5128cc03e6c6358");
     EXPECT_EQ(digest("web_dav", "abc.txt"), "-");
 
+    // A file that cannot be read is wrong input; the others are hashed all the same.
     const RunResult missing = home.run({"hash", "--service", "dropbox", home.file("abc.txt"), home.file("nope")});
-    EXPECT_EQ(missing.status, 1);
+    EXPECT_EQ(missing.status, 2);
     EXPECT_TRUE(contains(missing.err, "nope")) << missing.err;
     EXPECT_TRUE(contains(missing.out, "4f8b42c2")) << "the readable file is still hashed";
     const RunResult badService = home.run({"hash", "--service", "ftp", home.file("abc.txt")});

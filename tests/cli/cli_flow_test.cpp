@@ -220,18 +220,26 @@ TEST_F(CliFlow, UnreadableDocumentsAreNamedAndLeaveOtherRecordsAlone) {
     writeFile(home_.file("notes.txt"), "just some notes");
     const std::string full = pdfWith("cut short");
     writeFile(home_.file("truncated.pdf"), full.substr(0, full.size() / 2));
+    writeFile(home_.file("empty.pdf"), "");
     std::filesystem::create_directory(home_.file("folder.pdf"));
-    // A changed copy of the kept document that went missing must not touch its records.
+    // Files that cannot be documents are wrong input: each is named, and nothing is sent or
+    // recorded, not even the good document given with them.
     const RunResult r = home_.run({"upload", home_.file("missing.pdf"), home_.file("notes.txt"),
-                                   home_.file("truncated.pdf"), home_.file("folder.pdf"), good});
-    EXPECT_EQ(r.status, 1);
+                                   home_.file("truncated.pdf"), home_.file("empty.pdf"), home_.file("folder.pdf"), good});
+    EXPECT_EQ(r.status, 2);
     EXPECT_TRUE(contains(r.err, "cannot read " + home_.file("missing.pdf") + ": No such file or directory")) << r.err;
     EXPECT_TRUE(contains(r.err, "notes.txt is not a PDF document")) << r.err;
     EXPECT_TRUE(contains(r.err, "truncated.pdf is a damaged PDF document")) << r.err;
+    EXPECT_TRUE(contains(r.err, "empty.pdf is empty")) << r.err;
     EXPECT_TRUE(contains(r.err, "folder.pdf is a directory")) << r.err;
+    EXPECT_TRUE(contains(r.err, "nothing was uploaded: 5 of the 6 files")) << r.err;
+    EXPECT_EQ(readRecords(home_.recordsPath()).size(), 1u);
+    for (const char* alone : {"missing.pdf", "empty.pdf", "folder.pdf"})
+        EXPECT_EQ(home_.run({"upload", home_.file(alone)}).status, 2) << alone;
 
+    ASSERT_EQ(home_.run({"upload", good}).status, 0);
     const auto after = readRecords(home_.recordsPath());
-    ASSERT_EQ(after.size(), 2u) << "only the good document was added";
+    ASSERT_EQ(after.size(), 2u);
     const auto keptAfter = recordOf(after, kept, "dropbox", email_);
     ASSERT_TRUE(keptAfter);
     EXPECT_EQ(keptAfter->record, keptBefore.front().record);
@@ -240,7 +248,7 @@ TEST_F(CliFlow, UnreadableDocumentsAreNamedAndLeaveOtherRecordsAlone) {
     // Removing the kept document from disk and uploading it: a clear message, records kept.
     std::filesystem::remove(kept);
     const RunResult vanished = home_.run({"upload", kept, "--json"});
-    EXPECT_EQ(vanished.status, 1);
+    EXPECT_EQ(vanished.status, 2);
     EXPECT_TRUE(contains(vanished.err, "No such file or directory")) << vanished.err;
     EXPECT_EQ(recordOf(readRecords(home_.recordsPath()), kept, "dropbox", email_)->record, keptBefore.front().record);
 
