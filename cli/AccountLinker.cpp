@@ -38,8 +38,11 @@ using namespace std::chrono_literals;
 // Google serves desktop apps on any loopback port.
 constexpr const char* kLoopbackRedirect = "http://127.0.0.1/";
 
+void wakeMainQueue();
+
 // Answers the sandbox's sign-in page the way a person would: approves access as the
-// chosen account and follows the redirect back to the sign-in's loopback listener.
+// chosen account and follows the redirect back to the sign-in's loopback listener. A page
+// that refuses (no such account) ends the sign-in: no redirect will ever come.
 class SandboxSignInPage : public VXCloudUserAgent {
 public:
     explicit SandboxSignInPage(std::string account) : account_(std::move(account)) {}
@@ -48,20 +51,39 @@ public:
         decision.account = account_;
         decision.idleTimeout = 60s;
         const HttpResponse answer = sandbox::answerSignInPage(url, decision);
-        std::lock_guard lock(mutex_);
-        answered_ = answer.ok();
-        problem_ = answer.transportFailed() ? answer.errorMessage : answer.body.substr(0, 300);
+        {
+            std::lock_guard lock(mutex_);
+            answered_ = answer.ok();
+            refused_ = !answer.transportFailed() && answer.status >= 400;
+            problem_ = answer.transportFailed() ? answer.errorMessage : pageError(answer.body);
+        }
+        wakeMainQueue();
         return !answer.transportFailed();
     }
     std::string problem() const {
         std::lock_guard lock(mutex_);
         return answered_ ? std::string() : problem_;
     }
+    // The page said no (as a person's browser would show); the sign-in cannot finish.
+    bool refused() const {
+        std::lock_guard lock(mutex_);
+        return refused_;
+    }
 
 private:
+    // The error the sandbox's page shows (<p id="error">...</p>), else the start of the page.
+    static std::string pageError(const std::string& body) {
+        const std::string open = "<p id=\"error\">";
+        const auto start = body.find(open);
+        if (start == std::string::npos) return body.substr(0, 300);
+        const auto end = body.find("</p>", start);
+        return body.substr(start + open.size(), end == std::string::npos ? std::string::npos : end - start - open.size());
+    }
+
     std::string account_;
     mutable std::mutex mutex_;
     bool answered_ = false;
+    bool refused_ = false;
     std::string problem_;
 };
 
@@ -87,6 +109,18 @@ std::optional<VXCloudAuthResult> resultOf(const Notification& notification) {
 
 void wakeMainQueue() {
     DispatchQueue::main()->async([] {});
+}
+
+// "; its Dropbox accounts are ada@example.com and grace@example.com", from the sandbox's description.
+std::string sandboxAccountsPhrase(const SandboxConnection& sandbox, VXCloudService service) {
+    const auto provider = sandbox.providerName(service);
+    const auto accounts = sandbox.description.find("accounts");
+    if (!provider || accounts == sandbox.description.end() || !accounts->is_array()) return {};
+    std::vector<std::string> emails;
+    for (const auto& account : *accounts)
+        if (account.is_object() && account.value("provider", "") == *provider) emails.push_back(account.value("email", "?"));
+    if (emails.empty()) return {};
+    return "; its " + displayName(service) + " accounts are " + joinedWords(emails);
 }
 
 // A line typed or pasted on stdin, trimmed; nothing at the end of input or once `done`
@@ -248,12 +282,20 @@ LinkResult linkAccount(HostContext& context, Prompter& prompter, const LinkReque
         }
         if (answered()) std::cout << '\n';
     }
-    DispatchQueue::main()->runUntil(answered, VXCloudAuthManager::kDefaultAuthorizationTimeLimit + 30s);
+    DispatchQueue::main()->runUntil([&] { return answered() || (page && page->refused()); },
+                                    VXCloudAuthManager::kDefaultAuthorizationTimeLimit + 30s);
 
     std::optional<VXCloudAuthResult> result;
     {
         std::lock_guard lock(mutex);
         result = outcome;
+    }
+    if (!result && page && page->refused()) {
+        manager->cancelAuthorization(request.service);
+        throw CliError("the sandbox's " + name + " sign-in refused " +
+                           (request.as.empty() ? std::string("the sign-in") : "\"" + request.as + "\"") + ": " +
+                           page->problem() + sandboxAccountsPhrase(*context.sandbox(), request.service),
+                       request.as.empty() ? kExitFailed : kExitUsage);
     }
     if (!result) {
         manager->cancelAuthorization(request.service);

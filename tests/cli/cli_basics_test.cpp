@@ -267,6 +267,19 @@ TEST(CliSandbox, ASandboxServingHttpsIsUsedThroughItsCaFile) {
     EXPECT_EQ(sandbox.content("dropbox", "/Scans/tls.pdf", email), pdf);
 }
 
+// The sandbox's sign-in page refuses an account it does not have, as the service would; the
+// sign-in cannot finish then, and the command says so instead of waiting for it.
+TEST(CliSandbox, AnUnknownSandboxAccountIsRefusedAtOnce) {
+    SandboxProcess sandbox;
+    ASSERT_TRUE(sandbox.ok()) << sandbox.error();
+    CliHome home;
+    const RunResult r = home.run({"link", "dropbox", "--as", "nobody@example.com", "--sandbox", sandbox.baseUrl()});
+    EXPECT_EQ(r.status, 2) << r.out << r.err;
+    EXPECT_TRUE(contains(r.err, "no such account: nobody@example.com")) << r.err;
+    EXPECT_TRUE(contains(r.err, sandbox.accounts("dropbox").front()["email"].get<std::string>())) << r.err;
+    EXPECT_TRUE(home.runJson({"accounts", "--json"})["accounts"].empty());
+}
+
 TEST(CliSandbox, AnUnreachableSandboxIsNamedInTheError) {
     CliHome home;
     const RunResult r = home.run({"link", "dropbox", "--sandbox", "http://127.0.0.1:9"});
