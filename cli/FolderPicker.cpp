@@ -61,6 +61,40 @@ bool isOneNote(const std::shared_ptr<VXCloudSession>& session) {
     return session->cloudAccount() && session->cloudAccount()->cloudService == VXCloudService::oneNote;
 }
 
+// The child called `name` (exactly, else the one that matches ignoring case), or null.
+std::shared_ptr<VXCloudFile> childNamed(const VXCloudFileList& children, const std::string& name) {
+    for (const auto& child : children)
+        if (child->name == name) return child;
+    std::shared_ptr<VXCloudFile> loose;
+    for (const auto& child : children) {
+        if (lower(child->name) != lower(name)) continue;
+        if (loose) return nullptr;
+        loose = child;
+    }
+    return loose;
+}
+
+// Opens the folders of `path` one by one from the top, as a person would, so [b] goes back up
+// through each; stops where a folder is no longer there, and says so.
+void openPath(const std::shared_ptr<VXCloudSession>& session, VXCloudStack<FolderInfo>& trail, const std::string& path) {
+    for (const auto& name : splitPath(path)) {
+        const FolderInfo& here = *trail.top();
+        const auto child = childNamed(here.children, name);
+        if (!child) {
+            say(printable(path) + " is not there any more; starting at " + printable(here.displayPath) + ".");
+            return;
+        }
+        const std::string childDisplay = childPath(here.displayPath, *child);
+        try {
+            trail.push(FolderInfo{child, childDisplay, childrenOf(session, child, childDisplay)});
+        } catch (const CliError& e) {
+            say(e.what());
+            return;
+        }
+    }
+    if (trail.count() > 1) say("Opened at the current choice; [b] goes up a level.");
+}
+
 }  // namespace
 
 Json PickedFolder::uploadFolderInfo() const {
@@ -88,13 +122,15 @@ std::optional<std::string> folderNameProblem(const std::string& name) {
 }
 
 std::optional<PickedFolder> pickFolderInteractively(const std::shared_ptr<VXCloudSession>& session, Prompter& prompter,
-                                                    const std::string& accountLabel, const std::string& purpose) {
+                                                    const std::string& accountLabel, const std::string& purpose,
+                                                    const std::optional<std::string>& startAt) {
     say("Choose the " + purpose + " for " + accountLabel);
     say(VXCloudString::LOADING() + "…");
     VXCloudStack<FolderInfo> trail;
     auto root = session->rootFolder();
     trail.push(FolderInfo{root, "/", childrenOf(session, root, "/")});
     const bool oneNote = isOneNote(session);
+    if (startAt) openPath(session, trail, *startAt);
 
     for (int step = 0; step < 1000; ++step) {
         FolderInfo& here = *trail.top();
@@ -162,20 +198,17 @@ std::optional<PickedFolder> pickFolderInteractively(const std::shared_ptr<VXClou
     return std::nullopt;
 }
 
-PickedFolder resolveFolderPath(const std::shared_ptr<VXCloudSession>& session, const std::string& path, bool create) {
+namespace {
+
+// Walks "/A/B" down from the top folder; a missing step is created when `create`, else the
+// walk ends with nothing when `missingIsNothing`, else with a CliError naming the step.
+std::optional<PickedFolder> walkFolderPath(const std::shared_ptr<VXCloudSession>& session, const std::string& path,
+                                           bool create, bool missingIsNothing) {
     PickedFolder current{session->rootFolder(), "/"};
     for (const auto& name : splitPath(path)) {
         if (auto problem = folderNameProblem(name)) throw CliError(*problem, kExitUsage);
         const VXCloudFileList children = childrenOf(session, current.folder, current.displayPath);
-        std::shared_ptr<VXCloudFile> next;
-        for (const auto& child : children)
-            if (child->name == name) next = child;
-        if (!next) {
-            VXCloudFileList loose;
-            for (const auto& child : children)
-                if (lower(child->name) == lower(name)) loose.push_back(child);
-            if (loose.size() == 1) next = loose.front();
-        }
+        std::shared_ptr<VXCloudFile> next = childNamed(children, name);
         if (!next && create) {
             const SessionOutcome made = createFolder(session, name, current.folder);
             if (!made.ok() || !made.file)
@@ -183,6 +216,7 @@ PickedFolder resolveFolderPath(const std::shared_ptr<VXCloudSession>& session, c
                                failureText(made));
             next = made.file;
         }
+        if (!next && missingIsNothing) return std::nullopt;
         if (!next) {
             std::string names;
             for (const auto& child : children) names += (names.empty() ? "" : ", ") + child->name;
@@ -194,6 +228,16 @@ PickedFolder resolveFolderPath(const std::shared_ptr<VXCloudSession>& session, c
         current = PickedFolder{next, childPath(current.displayPath, *next)};
     }
     return current;
+}
+
+}  // namespace
+
+PickedFolder resolveFolderPath(const std::shared_ptr<VXCloudSession>& session, const std::string& path, bool create) {
+    return *walkFolderPath(session, path, create, false);
+}
+
+std::optional<PickedFolder> findFolderPath(const std::shared_ptr<VXCloudSession>& session, const std::string& path) {
+    return walkFolderPath(session, path, false, true);
 }
 
 VXCloudFileList listFolder(const std::shared_ptr<VXCloudSession>& session, const PickedFolder& folder) {

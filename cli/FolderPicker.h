@@ -30,15 +30,19 @@ struct FolderInfo {
 };
 
 // Interactive browsing; nothing when the person cancels. Throws CliError when the service
-// cannot list the top folder. `purpose` names what is chosen ("upload folder", "section").
+// cannot list the top folder. `purpose` names what is chosen ("upload folder", "section");
+// browsing opens at `startAt` (the current choice) when it is given and still there.
 std::optional<PickedFolder> pickFolderInteractively(const std::shared_ptr<VXCloudSession>& session,
                                                     Prompter& prompter, const std::string& accountLabel,
-                                                    const std::string& purpose = "upload folder");
+                                                    const std::string& purpose = "upload folder",
+                                                    const std::optional<std::string>& startAt = std::nullopt);
 
 // Walks "/A/B" down from the top folder, matching each name exactly (or, when that finds
 // none, ignoring case when only one folder matches); creates what is missing when asked.
 // Throws CliError naming the step that failed.
 PickedFolder resolveFolderPath(const std::shared_ptr<VXCloudSession>& session, const std::string& path, bool create);
+// The same without creating anything: nothing when a folder of the path does not exist.
+std::optional<PickedFolder> findFolderPath(const std::shared_ptr<VXCloudSession>& session, const std::string& path);
 
 // The subfolders of a folder given by path, for `vxcloud folder ACCOUNT PATH --list`.
 VXCloudFileList listFolder(const std::shared_ptr<VXCloudSession>& session, const PickedFolder& folder);

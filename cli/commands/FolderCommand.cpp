@@ -42,7 +42,7 @@ int folder(const CommonOptions& common, const FolderArgs& args) {
     if (!args.path) {
         if (!prompter.interactive())
             throw CliError("give the folder's PATH, or run on a terminal to browse the folders of " + label, kExitUsage);
-        picked = pickFolderInteractively(session, prompter, label);
+        picked = pickFolderInteractively(session, prompter, label, "upload folder", uploadFolderPath(*account));
         if (!picked) {
             say("Nothing changed.");
             return kExitOk;

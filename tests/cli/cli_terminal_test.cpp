@@ -66,8 +66,16 @@ TEST_F(CliTerminal, FolderPickerBrowsesCreatesGoesBackAndChoosesUploadHere) {
     ASSERT_TRUE(settings);
     EXPECT_EQ(json::parse(*settings)["uploadFolderPath"], "/Inbox");
 
-    // Cancelling changes nothing; so does the end of input.
+    // Browsing again opens at the chosen folder, from where [b] goes up; cancelling changes
+    // nothing.
     PtySession cancel(home_, {"folder", "1"});
+    ASSERT_TRUE(cancel.expect("[b] goes up")) << cancel.output();
+    ASSERT_TRUE(cancel.expect("Dropbox  /Inbox\r\n")) << cancel.output();
+    EXPECT_FALSE(contains(cancel.output(), "Dropbox  /\r\n")) << "the top folder is not shown first";
+    ASSERT_TRUE(cancel.expect("Open a folder by its number")) << cancel.output();
+    cancel.sendLine("b");
+    ASSERT_TRUE(cancel.expect("Dropbox  /\r\n")) << cancel.output();
+    ASSERT_TRUE(cancel.expect("2  Receipts")) << cancel.output();
     ASSERT_TRUE(cancel.expect("Open a folder by its number")) << cancel.output();
     cancel.sendLine("c");
     ASSERT_TRUE(cancel.expect("Nothing changed.")) << cancel.output();
