@@ -10,6 +10,7 @@
 #include "Accounts.h"
 #include "CliError.h"
 #include "Documents.h"
+#include "DryRun.h"
 #include "HostContext.h"
 #include "Output.h"
 #include "Paths.h"
@@ -133,7 +134,11 @@ void noteAccountOutcome(const VXCloudAccount& account, const std::optional<Error
     });
 }
 
-AccountOutcome outcomeShell(const VXCloudAccount& account) {
+}  // namespace
+
+// ------------------------------------------------------------------ report types
+
+AccountOutcome accountOutcome(const VXCloudAccount& account) {
     AccountOutcome o;
     o.accountKey = account.key();
     o.label = accountLabel(account);
@@ -142,16 +147,13 @@ AccountOutcome outcomeShell(const VXCloudAccount& account) {
     return o;
 }
 
-}  // namespace
-
-// ------------------------------------------------------------------ report types
-
 std::string AccountOutcome::word() const {
     switch (kind) {
         case Kind::done: return "done";
         case Kind::unchanged: return "unchanged";
         case Kind::skipped: return "skipped";
         case Kind::failed: return "failed";
+        case Kind::planned: return "planned";
     }
     return "failed";
 }
@@ -175,6 +177,7 @@ bool JobReport::ok() const {
 
 Json JobReport::toJson(HostContext& context) const {
     Json out = {{"action", action}, {"ok", ok()}, {"documents", Json::array()}};
+    if (dryRun) out["dryRun"] = true;
     for (const auto& document : documents) {
         Json entry = {{"path", document.path}, {"name", document.name}, {"fileIdentifier", document.fileIdentifier},
                       {"ok", document.ok()}, {"accounts", Json::array()}};
@@ -188,7 +191,7 @@ Json JobReport::toJson(HostContext& context) const {
         }
         // The records as the host now keeps them, for scripts that read them back.
         entry["records"] = Json::array();
-        if (!document.fileIdentifier.empty()) {
+        if (!document.fileIdentifier.empty() && !dryRun) {
             if (const auto row = context.records().documentByIdentifier(document.fileIdentifier))
                 entry["records"] = context.records().recordsForComponent(row->id);
         }
@@ -208,13 +211,17 @@ DocumentJobs::DocumentJobs(HostContext& context, Prompter& prompter, std::shared
     : context_(context), prompter_(prompter), board_(std::move(board)), options_(std::move(options)) {}
 
 JobReport DocumentJobs::upload(const std::vector<std::string>& paths) {
-    JobReport report{"upload", {}};
+    JobReport report{"upload", options_.dryRun, {}};
     for (const auto& path : paths) report.documents.push_back(uploadOne(path));
     return report;
 }
 
 JobReport DocumentJobs::rename(const std::string& path, const std::string& newName) {
-    return JobReport{"rename", {renameOne(path, newName)}};
+    return JobReport{"rename", options_.dryRun, {renameOne(path, newName)}};
+}
+
+RecordStore* DocumentJobs::readRecords() {
+    return options_.dryRun ? context_.existingRecords() : &context_.records();
 }
 
 DocumentOutcome DocumentJobs::uploadOne(const std::string& path) {
@@ -228,9 +235,17 @@ DocumentOutcome DocumentJobs::uploadOne(const std::string& path) {
         warn(*problem);
         return document;
     }
-    const DocumentRow row = context_.records().ensureDocument(document.path, document.name);
-    document.name = row.name;
-    document.fileIdentifier = row.fileIdentifier;
+    // A dry run enters no document: a new one simply has no records yet.
+    std::optional<DocumentRow> row;
+    if (!options_.dryRun) {
+        row = context_.records().ensureDocument(document.path, document.name);
+    } else if (auto* records = readRecords()) {
+        row = records->documentByPath(document.path);
+    }
+    if (row) {
+        document.name = row->name;
+        document.fileIdentifier = row->fileIdentifier;
+    }
 
     AccountList targets = options_.accountRefs.empty() ? linkedAccounts() : resolveAccounts(options_.accountRefs);
     if (targets.empty()) {
@@ -246,7 +261,8 @@ DocumentOutcome DocumentJobs::renameOne(const std::string& path, const std::stri
     DocumentOutcome document;
     document.path = absolutePath(path);
     document.name = baseName(document.path);
-    const auto row = context_.records().documentByPath(document.path);
+    auto* store = readRecords();
+    const auto row = store ? store->documentByPath(document.path) : std::nullopt;
     if (!row) {
         document.problem = document.path + " was never uploaded, so there is nothing to rename; upload it first";
         warn(document.problem);
@@ -261,7 +277,7 @@ DocumentOutcome DocumentJobs::renameOne(const std::string& path, const std::stri
     }
     // Only accounts holding a copy can rename it; the component would wait forever for an
     // account whose records do not name the stored document.
-    const Json records = context_.records().recordsForComponent(row->id);
+    const Json records = store->recordsForComponent(row->id);
     AccountList targets = options_.accountRefs.empty() ? linkedAccounts() : resolveAccounts(options_.accountRefs);
     AccountList holding;
     for (const auto& account : targets) {
@@ -269,7 +285,7 @@ DocumentOutcome DocumentJobs::renameOne(const std::string& path, const std::stri
         if (record.is_object() && record.contains(kDocumentId) && record[kDocumentId].is_string()) {
             holding.push_back(account);
         } else if (!options_.accountRefs.empty()) {
-            AccountOutcome skipped = outcomeShell(*account);
+            AccountOutcome skipped = accountOutcome(*account);
             skipped.kind = AccountOutcome::Kind::skipped;
             skipped.note = "no copy of the document is stored there";
             skipped.shown = "skipped: " + skipped.note;
@@ -285,17 +301,13 @@ DocumentOutcome DocumentJobs::renameOne(const std::string& path, const std::stri
     return document;
 }
 
-void DocumentJobs::runRounds(DocumentOutcome& document, AccountList accounts, bool rename, const std::string& newName) {
-    auto& records = context_.records();
-    auto& keeper = context_.keeper();
-    const auto manager = VXCloudTaskManager::sharedInstance();
-
+AccountList DocumentJobs::takingPart(DocumentOutcome& document, const AccountList& accounts) {
     // Accounts that cannot take part are reported, and never handed to the component.
     std::optional<NetworkPath> network;
     AccountList eligible;
     for (const auto& account : accounts) {
         if (auto reason = skipReason(*account, network)) {
-            AccountOutcome skipped = outcomeShell(*account);
+            AccountOutcome skipped = accountOutcome(*account);
             skipped.kind = AccountOutcome::Kind::skipped;
             skipped.note = *reason;
             skipped.shown = "skipped: " + skipped.note;
@@ -304,18 +316,42 @@ void DocumentJobs::runRounds(DocumentOutcome& document, AccountList accounts, bo
         }
         eligible.push_back(account);
     }
-    if (!options_.quiet) {
+    if (!options_.quiet && !options_.dryRun) {
         for (const auto& skipped : document.accounts) say("  skipped " + printable(skipped.label) + ": " + skipped.note);
     }
     if (eligible.empty()) {
         document.problem = "no account takes part: automatic upload is off, or not possible, for every linked account";
         warn(document.problem);
-        return;
+        return eligible;
     }
     // A copy moved to another folder is updated (or renamed) where it is.
-    if (const auto row = records.documentByIdentifier(document.fileIdentifier)) {
-        eligible = atStoredFolders(eligible, records.records(row->id));
+    auto* records = readRecords();
+    if (const auto row = records && !document.fileIdentifier.empty() ? records->documentByIdentifier(document.fileIdentifier)
+                                                                     : std::nullopt) {
+        eligible = atStoredFolders(eligible, records->records(row->id));
     }
+    return eligible;
+}
+
+void DocumentJobs::plan(DocumentOutcome& document, const AccountList& accounts, bool rename, const std::string& newName) {
+    auto* records = readRecords();
+    const auto row = records && !document.fileIdentifier.empty() ? records->documentByIdentifier(document.fileIdentifier)
+                                                                 : std::nullopt;
+    const Json stored = row ? records->recordsForComponent(row->id) : Json::array();
+    for (const auto& account : accounts) {
+        document.accounts.push_back(rename ? plannedRename(*account, newName)
+                                           : plannedUpload(*account, recordFor(stored, *account), document.path,
+                                                           document.name, options_.overwrite));
+    }
+}
+
+void DocumentJobs::runRounds(DocumentOutcome& document, AccountList accounts, bool rename, const std::string& newName) {
+    AccountList eligible = takingPart(document, accounts);
+    if (eligible.empty()) return;
+    if (options_.dryRun) return plan(document, eligible, rename, newName);
+    auto& records = context_.records();
+    auto& keeper = context_.keeper();
+    const auto manager = VXCloudTaskManager::sharedInstance();
 
     struct Pass {
         AccountList accounts;
@@ -424,7 +460,7 @@ void DocumentJobs::runRounds(DocumentOutcome& document, AccountList accounts, bo
         AccountList conflicts, retryable;
         std::vector<std::pair<std::shared_ptr<VXCloudAccount>, ErrorCode>> failures;
         for (const auto& account : pass.accounts) {
-            AccountOutcome outcome = outcomeShell(*account);
+            AccountOutcome outcome = accountOutcome(*account);
             const auto answer = answers.find(account->key());
             if (answer == answers.end()) {
                 outcome.kind = AccountOutcome::Kind::failed;
@@ -532,7 +568,7 @@ void DocumentJobs::runRounds(DocumentOutcome& document, AccountList accounts, bo
 
 JobReport DocumentJobs::move(const std::vector<std::string>& paths, const std::shared_ptr<VXCloudAccount>& account,
                              std::shared_ptr<VXCloudFile> fromFolder, const std::shared_ptr<VXCloudFile>& toFolder) {
-    JobReport report{"move", {}};
+    JobReport report{"move", options_.dryRun, {}};
     const std::string label = accountLabel(*account);
     std::optional<NetworkPath> network;
     if (auto reason = skipReason(*account, network)) {
@@ -544,15 +580,15 @@ JobReport DocumentJobs::move(const std::vector<std::string>& paths, const std::s
     const std::string toPath = toFolder->path.value_or("/").empty() ? "/" : toFolder->path.value_or("/");
     if (fromPath == toPath) throw CliError("the documents are to move from " + fromPath + " to itself", kExitUsage);
 
-    auto& records = context_.records();
+    auto* store = readRecords();
     VXCloudFileList files;
     std::vector<std::size_t> taking;  // indices of report.documents that take part
     for (const auto& path : paths) {
         DocumentOutcome document;
         document.path = absolutePath(path);
         document.name = baseName(document.path);
-        const auto row = records.documentByPath(document.path);
-        const Json record = row ? recordFor(records.recordsForComponent(row->id), *account) : Json();
+        const auto row = store ? store->documentByPath(document.path) : std::nullopt;
+        const Json record = row ? recordFor(store->recordsForComponent(row->id), *account) : Json();
         if (row) {
             document.name = row->name;
             document.fileIdentifier = row->fileIdentifier;
@@ -567,11 +603,17 @@ JobReport DocumentJobs::move(const std::vector<std::string>& paths, const std::s
         file->fileIdentifier = Json(row->fileIdentifier);
         file->fileUploadStatus = record;
         files.push_back(std::move(file));
-        context_.keeper().expectFolder(row->fileIdentifier, account->accountType(), account->email, toPath);
+        if (options_.dryRun) document.accounts.push_back(plannedMove(*account, fromPath, toPath));
         taking.push_back(report.documents.size());
         report.documents.push_back(std::move(document));
     }
-    if (files.empty()) return report;
+    if (files.empty() || options_.dryRun) return report;
+
+    auto& records = context_.records();
+    for (const auto index : taking) {
+        context_.keeper().expectFolder(report.documents[index].fileIdentifier, account->accountType(), account->email,
+                                       toPath);
+    }
 
     std::vector<BoardRow> rows;
     for (const auto index : taking) rows.push_back({report.documents[index].fileIdentifier, report.documents[index].name, {}});
@@ -604,7 +646,7 @@ JobReport DocumentJobs::move(const std::vector<std::string>& paths, const std::s
     bool failed = false;
     for (const auto index : taking) {
         DocumentOutcome& document = report.documents[index];
-        AccountOutcome outcome = outcomeShell(*account);
+        AccountOutcome outcome = accountOutcome(*account);
         const auto answer = answers.find(document.fileIdentifier);
         if (answer == answers.end()) {
             outcome.kind = AccountOutcome::Kind::failed;

@@ -22,6 +22,7 @@ namespace vxcloud::cli {
 class HostContext;
 class Prompter;
 class ProgressBoard;
+class RecordStore;
 
 struct JobOptions {
     std::vector<std::string> accountRefs;  // empty: every linked account
@@ -30,6 +31,7 @@ struct JobOptions {
     std::chrono::seconds timeout{300};     // for the outcome of one request
     bool hints = true;                     // say which command or flag helps after a failure
     bool quiet = false;                    // say only what went wrong (-q, --json)
+    bool dryRun = false;                   // say what would be done; send, change and record nothing
 };
 
 struct AccountOutcome {
@@ -37,13 +39,14 @@ struct AccountOutcome {
     std::string label;
     std::string accountType;
     std::string accountId;
-    enum class Kind { done, unchanged, skipped, failed } kind = Kind::failed;
+    // planned: what a dry run would do there.
+    enum class Kind { done, unchanged, skipped, failed, planned } kind = Kind::failed;
     Json record;       // the account's final status record (null when skipped)
     std::string note;  // why it was skipped or failed, for people
     std::string shown;  // what its progress row ends with ("uploaded as a.pdf", "failed: the storage is full")
     std::int64_t bytesSent = 0;
 
-    std::string word() const;  // "uploaded", "unchanged", "skipped", "failed" (or "renamed", "moved")
+    std::string word() const;  // "done", "unchanged", "skipped", "failed", "planned"
 };
 
 struct DocumentOutcome {
@@ -56,8 +59,12 @@ struct DocumentOutcome {
     bool ok() const;
 };
 
+// The outcome of the account, with nothing decided yet.
+AccountOutcome accountOutcome(const VXCloudAccount& account);
+
 struct JobReport {
     std::string action;  // "upload", "rename", "move"
+    bool dryRun = false;
     std::vector<DocumentOutcome> documents;
 
     bool ok() const;
@@ -80,9 +87,18 @@ public:
 private:
     DocumentOutcome uploadOne(const std::string& path);
     DocumentOutcome renameOne(const std::string& path, const std::string& newName);
+    // The records to read: null in a dry run when there are none yet (it creates nothing).
+    RecordStore* readRecords();
+    // The accounts that take part in an automatic request on the document now, each where
+    // the document's copy is stored; the others are added to `document` as skipped.
+    std::vector<std::shared_ptr<VXCloudAccount>> takingPart(DocumentOutcome& document,
+                                                            const std::vector<std::shared_ptr<VXCloudAccount>>& accounts);
     // Runs request rounds until every account has an answer the person accepts.
     void runRounds(DocumentOutcome& document, std::vector<std::shared_ptr<VXCloudAccount>> accounts, bool rename,
                    const std::string& newName);
+    // What runRounds would do on each account, for a dry run.
+    void plan(DocumentOutcome& document, const std::vector<std::shared_ptr<VXCloudAccount>>& accounts, bool rename,
+              const std::string& newName);
 
     HostContext& context_;
     Prompter& prompter_;

@@ -1,5 +1,7 @@
 #include "HostContext.h"
 
+#include <sys/stat.h>
+
 #include <tuple>
 
 #include <cstdlib>
@@ -122,6 +124,12 @@ HostContext::~HostContext() {
 RecordStore& HostContext::records() {
     if (!records_) records_ = std::make_unique<RecordStore>(paths_.records());
     return *records_;
+}
+
+RecordStore* HostContext::existingRecords() {
+    struct stat info {};
+    if (!records_ && ::stat(paths_.records().c_str(), &info) != 0) return nullptr;
+    return &records();
 }
 
 void HostContext::setProgressReceiver(const std::shared_ptr<VXCloudProgressDelegate>& receiver) {

@@ -43,6 +43,9 @@ public:
 
     // Opened on first use, so commands that need no records never create the database.
     RecordStore& records();
+    // The records when they exist, without creating them (a dry run writes nothing); null
+    // when there are none yet.
+    RecordStore* existingRecords();
     RecordKeeper& keeper() { return *keeper_; }
 
     // Sessions made while a receiver is set report upload progress to it.

@@ -5,6 +5,7 @@
 #include "CliError.h"
 #include "Commands.h"
 #include "DocumentJobs.h"
+#include "DryRun.h"
 #include "Documents.h"
 #include "FolderPicker.h"
 #include "JobSummary.h"
@@ -34,6 +35,7 @@ struct JobArgs {
     std::optional<std::string> folder;  // upload --to: the folder (a OneNote section) to send to
     bool create = false;
     bool overwrite = false;
+    bool dryRun = false;
     int retries = 0;
     int timeout = 300;
 };
@@ -41,6 +43,7 @@ struct JobArgs {
 JobOptions jobOptions(const CommonOptions& common, const JobArgs& args) {
     JobOptions options;
     options.quiet = common.quiet || common.json;
+    options.dryRun = args.dryRun;
     options.accountRefs = args.accounts;
     options.overwrite = args.overwrite;
     options.retries = std::max(0, args.retries);
@@ -64,6 +67,8 @@ int finish(HostContext& context, const CommonOptions& common, const JobReport& r
         out.update(report.toJson(context));
         out["ok"] = ok;
         printJsonLine(out);
+    } else if (report.dryRun) {
+        std::cout << dryRunText(report) << std::flush;
     } else {
         std::cout << jobSummary(report, ok, common.quiet) << std::flush;
     }
@@ -77,7 +82,12 @@ PickedFolder folderToSendTo(const std::shared_ptr<VXCloudSession>& session, cons
     const bool oneNote = account.cloudService == VXCloudService::oneNote;
     const std::string label = accountLabel(account);
     std::optional<PickedFolder> folder;
-    if (args.folder) {
+    if (args.folder && args.dryRun) {
+        // Nothing is created in a dry run: a section that is not there yet is only named.
+        folder = findFolderPath(session, *args.folder);
+        if (!folder && !args.create) folder = resolveFolderPath(session, *args.folder, false);  // says what is missing
+        if (!folder) folder = PickedFolder{nullptr, *args.folder + " (it would be created)"};
+    } else if (args.folder) {
         folder = resolveFolderPath(session, *args.folder, args.create);
     } else if (auto chosen = uploadFolderOf(account)) {
         folder = PickedFolder{chosen, uploadFolderPath(account).value_or("/" + chosen->name)};
@@ -103,6 +113,21 @@ int uploadTo(const CommonOptions& common, const JobArgs& args) {
     if (!session) throw CliError("no session can be made for " + accountLabel(*account) + "; link it again");
     const PickedFolder folder = folderToSendTo(session, *account, args, prompter);
     const JobOptions options = jobOptions(common, args);
+    if (args.dryRun) {
+        Json documents = Json::array();
+        for (const auto& file : args.files) documents.push_back(baseName(absolutePath(file)));
+        const std::string where = folder.displayPath + " of " + accountLabel(*account);
+        if (common.json) {
+            printJsonLine(Json{{"event", "result"}, {"action", "send"}, {"dryRun", true}, {"account", accountLabel(*account)},
+                               {"folder", folder.displayPath}, {"documents", documents}, {"ok", true}});
+        } else {
+            for (const auto& name : documents)
+                say("Would send " + printable(name.get<std::string>()) + " to " + printable(where) +
+                    (account->cloudService == VXCloudService::oneNote ? " as a new page." : "."));
+            say("Nothing was sent, changed or recorded (--dry-run).");
+        }
+        return kExitOk;
+    }
     if (!common.json && !common.quiet) {
         say(account->cloudService == VXCloudService::oneNote
                 ? "Each document becomes a new page in " + folder.displayPath + " of " + accountLabel(*account) + "."
@@ -175,11 +200,23 @@ int move(const CommonOptions& common, const JobArgs& args) {
         throw CliError("documents on WebDAV accounts cannot be moved in this version");
     const auto session = initCloudSession(account);
     if (!session) throw CliError("no session can be made for " + accountLabel(*account) + "; link it again");
-    const auto toInfo = resolveFolderPath(session, args.to, args.create).uploadFolderInfo();
     std::shared_ptr<VXCloudFile> fromFolder;
     if (args.from) fromFolder = initUploadFolderFromDictionary(resolveFolderPath(session, *args.from, false).uploadFolderInfo());
+    std::shared_ptr<VXCloudFile> toFolder;
+    if (args.dryRun && args.create) {
+        // Nothing is created in a dry run: a folder that is not there yet is only named.
+        if (const auto found = findFolderPath(session, args.to)) {
+            toFolder = initUploadFolderFromDictionary(found->uploadFolderInfo());
+        } else {
+            toFolder = std::make_shared<VXCloudFile>(baseName(args.to), true, false);
+            toFolder->path = args.to;
+            if (!common.json) say(printable(args.to) + " is not there yet; it would be created.");
+        }
+    } else {
+        toFolder = initUploadFolderFromDictionary(resolveFolderPath(session, args.to, args.create).uploadFolderInfo());
+    }
     DocumentJobs jobs(context, prompter, boardFor(common), jobOptions(common, args));
-    return finish(context, common, jobs.move(args.files, account, fromFolder, initUploadFolderFromDictionary(toInfo)));
+    return finish(context, common, jobs.move(args.files, account, fromFolder, toFolder));
 }
 
 int status(const CommonOptions& common, const std::vector<std::string>& files) {
@@ -227,6 +264,8 @@ int status(const CommonOptions& common, const std::vector<std::string>& files) {
 }
 
 void addJobOptions(CLI::App* command, JobArgs& args, bool withOverwrite) {
+    command->add_flag("-n,--dry-run", args.dryRun,
+                      "Say what would be sent where, per account, and do nothing: nothing is sent, changed or recorded");
     if (withOverwrite) {
         command->add_flag("--overwrite", args.overwrite,
                           "Answer \"Overwrite\" without asking: replace a copy that was changed elsewhere");
