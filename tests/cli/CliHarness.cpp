@@ -56,7 +56,11 @@ int reap(pid_t pid, std::chrono::milliseconds timeout, bool* timedOut = nullptr)
     args.insert(args.begin(), program);
     auto argv = pointers(args);
     auto envp = pointers(env);
-    ::execve(program.c_str(), argv.data(), envp.data());
+    if (program.find('/') == std::string::npos) {
+        ::execvpe(program.c_str(), argv.data(), envp.data());  // a tool on PATH
+    } else {
+        ::execve(program.c_str(), argv.data(), envp.data());
+    }
     std::fprintf(stderr, "cannot run %s: %s\n", program.c_str(), std::strerror(errno));
     ::_exit(127);
 }
@@ -213,16 +217,26 @@ std::vector<std::string> CliHome::environment() const {
 
 RunResult CliHome::run(const std::vector<std::string>& args, const std::string& input,
                        std::chrono::milliseconds timeout) const {
+    return runProcess(binaryDir() + "/vxcloud", args, environment(), input, timeout);
+}
+
+RunResult runTool(const std::string& program, const std::vector<std::string>& args, const std::string& input) {
+    std::vector<std::string> env;
+    for (char** e = environ; *e; ++e) env.emplace_back(*e);
+    return runProcess(program, args, env, input, 60s);
+}
+
+RunResult runProcess(const std::string& program, const std::vector<std::string>& args,
+                     const std::vector<std::string>& env, const std::string& input, std::chrono::milliseconds timeout) {
     RunResult result;
     int in[2], out[2], err[2];
     if (::pipe2(in, O_CLOEXEC) || ::pipe2(out, O_CLOEXEC) || ::pipe2(err, O_CLOEXEC)) return result;
-    const auto env = environment();
     const pid_t pid = ::fork();
     if (pid == 0) {
         ::dup2(in[0], STDIN_FILENO);
         ::dup2(out[1], STDOUT_FILENO);
         ::dup2(err[1], STDERR_FILENO);
-        execOrDie(binaryDir() + "/vxcloud", args, env);
+        execOrDie(program, args, env);
     }
     ::close(in[0]);
     ::close(out[1]);
@@ -366,6 +380,92 @@ int PtySession::wait(std::chrono::milliseconds timeout) {
     while (readSome(20ms)) {
     }
     return exited_ ? status_ : -1;
+}
+
+// --------------------------------------------------------------------- tmux
+
+namespace {
+
+std::string shellQuoted(const std::string& word) {
+    std::string out = "'";
+    for (const char c : word) out += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return out + "'";
+}
+
+}  // namespace
+
+bool TmuxPane::available() { return runTool("tmux", {"-V"}).status == 0; }
+
+TmuxPane::TmuxPane(const CliHome& home, const std::vector<std::string>& args, int width, int height) {
+    socket_ = dir_.file("tmux.sock");
+    // The pane runs vxcloud in the home's environment and stays once it has ended, so its
+    // last words and exit status can still be read.
+    std::string script = "exec env -i";
+    for (const auto& entry : home.environment()) script += " " + shellQuoted(entry);
+    script += " " + shellQuoted(std::filesystem::absolute(binaryDir() + "/vxcloud").string());
+    for (const auto& arg : args) script += " " + shellQuoted(arg);
+    writeFile(dir_.file("run.sh"), script + "\n");
+    writeFile(dir_.file("tmux.conf"), "set-option -g remain-on-exit on\nset-option -g history-limit 10000\n");
+    const RunResult started = tmux({"-f", dir_.file("tmux.conf"), "new-session", "-d", "-s", "vxcloud", "-x",
+                                    std::to_string(width), "-y", std::to_string(height), "sh " + dir_.file("run.sh")});
+    started_ = started.status == 0;
+    if (!started_) error_ = "tmux new-session failed: " + started.out + started.err;
+}
+
+TmuxPane::~TmuxPane() {
+    if (started_) tmux({"kill-server"});
+}
+
+RunResult TmuxPane::tmux(std::vector<std::string> args) const {
+    args.insert(args.begin(), {"-S", socket_});
+    std::vector<std::string> env;
+    for (char** e = environ; *e; ++e)
+        if (std::string(*e).rfind("TMUX=", 0) != 0) env.emplace_back(*e);  // not the tmux the tests may run in
+    return runProcess("tmux", args, env, {}, 30s);
+}
+
+std::string TmuxPane::capture() const {
+    // -S -: from the start of the scrollback (tmux scrolls the screen when the program ends);
+    // -J: a line the terminal wrapped is one line again.
+    const RunResult shown = tmux({"capture-pane", "-p", "-J", "-S", "-", "-t", "vxcloud"});
+    if (shown.status != 0) return {};
+    std::string screen;
+    std::istringstream lines(shown.out);
+    for (std::string line; std::getline(lines, line);) {
+        line.erase(line.find_last_not_of(' ') + 1);
+        screen += line + "\n";
+    }
+    return screen;
+}
+
+bool TmuxPane::expect(const std::string& text, std::chrono::milliseconds timeout) const {
+    const auto deadline = Clock::now() + timeout;
+    while (capture().find(text) == std::string::npos) {
+        if (Clock::now() > deadline) return false;
+        std::this_thread::sleep_for(50ms);
+    }
+    return true;
+}
+
+void TmuxPane::sendLine(const std::string& line) const {
+    tmux({"send-keys", "-t", "vxcloud", "-l", line});
+    tmux({"send-keys", "-t", "vxcloud", "Enter"});
+}
+
+std::optional<int> TmuxPane::exitStatus() const {
+    // Known once tmux has read the pane to its end and reaped the program.
+    const RunResult dead = tmux({"display-message", "-p", "-t", "vxcloud", "#{pane_dead}:#{pane_dead_status}"});
+    if (dead.status != 0 || dead.out.rfind("1:", 0) != 0 || dead.out.size() < 4) return std::nullopt;
+    return std::atoi(dead.out.c_str() + 2);
+}
+
+int TmuxPane::wait(std::chrono::milliseconds timeout) const {
+    const auto deadline = Clock::now() + timeout;
+    for (;;) {
+        if (const auto status = exitStatus()) return *status;
+        if (Clock::now() > deadline) return -1;
+        std::this_thread::sleep_for(50ms);
+    }
 }
 
 bool linkForUploads(const CliHome& home, const std::string& service, const std::string& email,

@@ -73,6 +73,13 @@ private:
     json description_;
 };
 
+// Runs `program` (a path, or a tool's name looked up on PATH) with `env`, plain pipes and
+// `input` as its stdin, killing it after `timeout`.
+RunResult runProcess(const std::string& program, const std::vector<std::string>& args,
+                     const std::vector<std::string>& env, const std::string& input, std::chrono::milliseconds timeout);
+// A tool (bash, groff, ...) in the tests' own environment.
+RunResult runTool(const std::string& program, const std::vector<std::string>& args, const std::string& input = {});
+
 // One person's machine: its own XDG folders and secure store, and the CLI run in them.
 class CliHome {
 public:
@@ -129,6 +136,39 @@ private:
     std::size_t consumed_ = 0;
     int status_ = -1;
     bool exited_ = false;
+};
+
+// vxcloud in a tmux pane, on a tmux server of its own: what a person's terminal shows, screen
+// by screen, with the terminal's own line editing and redrawing.
+class TmuxPane {
+public:
+    static bool available();
+
+    TmuxPane(const CliHome& home, const std::vector<std::string>& args, int width = 120, int height = 30);
+    ~TmuxPane();
+    TmuxPane(const TmuxPane&) = delete;
+    TmuxPane& operator=(const TmuxPane&) = delete;
+
+    bool ok() const { return started_; }
+    const std::string& error() const { return error_; }
+    // The screen as it is now with the lines scrolled off it, a line per line of text (wrapped
+    // ones joined), without trailing spaces; empty once the server is gone.
+    std::string capture() const;
+    // Waits until the screen shows `text`; false on timeout.
+    bool expect(const std::string& text, std::chrono::milliseconds timeout = 60s) const;
+    void sendLine(const std::string& line) const;
+    // vxcloud's exit status once it has ended.
+    std::optional<int> exitStatus() const;
+    // Waits for it to end; its exit status, -1 on timeout.
+    int wait(std::chrono::milliseconds timeout = 60s) const;
+
+private:
+    RunResult tmux(std::vector<std::string> args) const;
+
+    TempDir dir_;
+    std::string socket_;
+    std::string error_;
+    bool started_ = false;
 };
 
 // Links the sandbox account of `service` ("dropbox", "box", ...) with this e-mail, gives it

@@ -1,6 +1,7 @@
 // Unlinking as a person meets it, against a vxcloud-sandbox process: asked first on a
-// terminal (naming the account and how many records go), never asked with --yes, refused
-// without either; and the numbers accounts are named by stay theirs while others come and go.
+// terminal, here a tmux pane (naming the account and how many records go), never asked with
+// --yes, refused without either; and the numbers accounts are named by stay theirs while
+// others come and go.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -50,14 +51,19 @@ TEST_F(CliUnlink, AsksOnATerminalAndNotWithYes) {
         ASSERT_EQ(home_.run({"upload", home_.file(name)}).status, 0);
     }
 
-    // Asked, with the account and what goes; "no" leaves everything as it was.
-    PtySession declined(home_, {"unlink", "1"});
-    ASSERT_TRUE(declined.expect("Unlink Dropbox:" + ada_)) << declined.output();
-    ASSERT_TRUE(declined.expect("the records of its 2 document copies are forgotten")) << declined.output();
-    ASSERT_TRUE(declined.expect("[y/N]")) << declined.output();
-    declined.sendLine("n");
-    EXPECT_EQ(declined.wait(), 1) << declined.output();
-    EXPECT_TRUE(contains(declined.output(), "nothing was unlinked")) << declined.output();
+    // Asked on a terminal, with the account and what goes; "no" leaves everything as it was.
+    if (!TmuxPane::available()) GTEST_SKIP() << "tmux is not installed";
+    {
+        TmuxPane declined(home_, {"unlink", "1"});
+        ASSERT_TRUE(declined.ok()) << declined.error();
+        ASSERT_TRUE(declined.expect("[y/N]")) << declined.capture();
+        const std::string question = declined.capture();
+        EXPECT_TRUE(contains(question, "Unlink Dropbox:" + ada_)) << question;
+        EXPECT_TRUE(contains(question, "the records of its 2 document copies are forgotten")) << question;
+        declined.sendLine("n");
+        EXPECT_EQ(declined.wait(), 1) << declined.capture();
+        EXPECT_TRUE(contains(declined.capture(), "nothing was unlinked")) << declined.capture();
+    }
     EXPECT_EQ(numbers().size(), 1u);
     EXPECT_EQ(readRecords(home_.recordsPath()).size(), 2u);
 
@@ -68,20 +74,23 @@ TEST_F(CliUnlink, AsksOnATerminalAndNotWithYes) {
     EXPECT_EQ(numbers().size(), 1u);
 
     // "yes" on the terminal unlinks.
-    PtySession agreed(home_, {"unlink", "1"});
-    ASSERT_TRUE(agreed.expect("[y/N]")) << agreed.output();
-    agreed.sendLine("y");
-    ASSERT_TRUE(agreed.expect("is unlinked; the records of its 2 document copies are removed")) << agreed.output();
-    EXPECT_EQ(agreed.wait(), 0) << agreed.output();
+    {
+        TmuxPane agreed(home_, {"unlink", "1"});
+        ASSERT_TRUE(agreed.expect("[y/N]")) << agreed.capture();
+        agreed.sendLine("y");
+        EXPECT_EQ(agreed.wait(), 0) << agreed.capture();
+        EXPECT_TRUE(contains(agreed.capture(), "is unlinked; the records of its 2 document copies are removed"))
+            << agreed.capture();
+    }
     EXPECT_TRUE(numbers().empty());
     EXPECT_TRUE(readRecords(home_.recordsPath()).empty());
 
     // --yes on a terminal: nothing is asked.
     link(grace_);
-    PtySession scripted(home_, {"unlink", grace_, "--yes"});
-    ASSERT_TRUE(scripted.expect("is unlinked")) << scripted.output();
-    EXPECT_EQ(scripted.wait(), 0) << scripted.output();
-    EXPECT_FALSE(contains(scripted.output(), "[y/N]")) << scripted.output();
+    TmuxPane scripted(home_, {"unlink", grace_, "--yes"});
+    EXPECT_EQ(scripted.wait(), 0) << scripted.capture();
+    EXPECT_TRUE(contains(scripted.capture(), "is unlinked")) << scripted.capture();
+    EXPECT_FALSE(contains(scripted.capture(), "[y/N]")) << scripted.capture();
 }
 
 TEST_F(CliUnlink, AccountNumbersStayWithTheirAccounts) {
