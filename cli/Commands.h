@@ -45,5 +45,6 @@ void addDocumentCommands(CommandLine& line);  // upload, rename, move, status
 void addHashCommand(CommandLine& line);       // hash
 void addSandboxCommand(CommandLine& line);    // sandbox-connect
 void addDemoCommand(CommandLine& line);       // demo
+void addHelpCommands(CommandLine& line);      // help, completion
 
 }  // namespace vxcloud::cli

@@ -20,6 +20,7 @@ int run(int argc, char** argv) {
                  "Start with `vxcloud demo`, which shows everything on a local sandbox.",
                  "vxcloud"};
     app.require_subcommand(1);
+    app.set_version_flag("--version", std::string("vxcloud ") + VXCLOUD_VERSION, "Print vxcloud's version and exit");
     app.footer("Run `vxcloud COMMAND --help` for a command's options.\n"
                "State lives in $XDG_CONFIG_HOME/vxcloud (preferences, credentials.json, sandbox.json) and\n"
                "$XDG_DATA_HOME/vxcloud (records.sqlite3; secure-store.json when no keyring answers).\n"
@@ -35,6 +36,7 @@ int run(int argc, char** argv) {
     addHashCommand(line);
     addSandboxCommand(line);
     addDemoCommand(line);
+    addHelpCommands(line);
 
     // A bare `vxcloud` shows what there is to do rather than a parse error.
     if (argc <= 1) {

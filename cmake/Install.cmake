@@ -25,3 +25,12 @@ write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/vxcloudConfigVersio
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/vxcloudConfig.cmake
               ${CMAKE_CURRENT_BINARY_DIR}/vxcloudConfigVersion.cmake
         DESTINATION ${VXCLOUD_CMAKE_DIR})
+
+# vxcloud's completions and manual page (generated in cli/), where bash-completion, zsh and
+# man find them under the prefix.
+if(TARGET vxcloud-shell-files)
+  install(FILES ${VXCLOUD_SHELL_FILES_DIR}/vxcloud.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
+          RENAME vxcloud)
+  install(FILES ${VXCLOUD_SHELL_FILES_DIR}/_vxcloud DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)
+  install(FILES ${VXCLOUD_SHELL_FILES_DIR}/vxcloud.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+endif()

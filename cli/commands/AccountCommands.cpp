@@ -253,7 +253,8 @@ void addAccountCommands(CommandLine& line) {
                 "sandbox's sign-in page itself, unless --no-browser or --paste is given.\n"
                 "WebDAV accounts are added with: vxcloud webdav add");
     linkCommand->add_option("service", linkArgs->service, "The service: its type word (" + signInServiceWords() + ")")
-        ->required();
+        ->required()
+        ->type_name("SERVICE");
     linkCommand->add_option("--as", linkArgs->as,
                             "Against a sandbox, when vxcloud answers its sign-in page: sign in as this of its accounts (e-mail "
                             "or user id; default the first)")

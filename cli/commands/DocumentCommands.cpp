@@ -287,7 +287,7 @@ void addDocumentCommands(CommandLine& line) {
         "upload", "Upload PDF documents to every linked account with automatic upload on (or those given).\n"
                   "Unchanged documents are not sent again; a copy changed elsewhere is a conflict, and you are\n"
                   "asked whether to overwrite it. Shows a progress bar per account on a terminal.");
-    uploadCommand->add_option("files", uploadArgs->files, "The PDF documents")->required();
+    uploadCommand->add_option("files", uploadArgs->files, "The PDF documents")->required()->type_name("FILE");
     auto* accountOption = uploadCommand->add_option("-a,--account", uploadArgs->accounts, accountHelp);
     auto* toOption = uploadCommand->add_option(
         "--to", uploadArgs->to,
@@ -310,7 +310,7 @@ void addDocumentCommands(CommandLine& line) {
     auto renameArgs = std::make_shared<JobArgs>();
     auto* renameCommand = line.app.add_subcommand(
         "rename", "Rename an uploaded document on every account that holds a copy of it");
-    renameCommand->add_option("file", renameArgs->file, "The document (as it was uploaded)")->required();
+    renameCommand->add_option("file", renameArgs->file, "The document (as it was uploaded)")->required()->type_name("FILE");
     renameCommand->add_option("name", renameArgs->newName, "The new name, e.g. \"Invoice 2024.pdf\"")->required();
     renameCommand->add_option("-a,--account", renameArgs->accounts, accountHelp);
     addJobOptions(renameCommand, *renameArgs, true);
@@ -325,7 +325,7 @@ void addDocumentCommands(CommandLine& line) {
     auto* moveCommand = line.app.add_subcommand(
         "move", "Move uploaded documents between two folders of one account (the account needs automatic\n"
                 "upload on). To change the upload folder and move its documents along: vxcloud folder --move-files");
-    moveCommand->add_option("files", moveArgs->files, "The documents (as they were uploaded)")->required();
+    moveCommand->add_option("files", moveArgs->files, "The documents (as they were uploaded)")->required()->type_name("FILE");
     moveCommand->add_option("-a,--account", moveArgs->account, "The account")->required();
     moveCommand->add_option("--to", moveArgs->to, "The folder to move them to, e.g. /Archive")->required();
     moveCommand->add_option("--from", moveArgs->from, "The folder they are in (default the account's upload folder)");
@@ -341,7 +341,7 @@ void addDocumentCommands(CommandLine& line) {
     auto* statusCommand = line.app.add_subcommand(
         "status", "Show a document's upload status per account, from the host's records (every document\n"
                   "when none is given)");
-    statusCommand->add_option("files", *statusFiles, "The documents");
+    statusCommand->add_option("files", *statusFiles, "The documents")->type_name("FILE");
     addJson(statusCommand, common);
     statusCommand->callback([&, statusFiles] { action = [&, statusFiles] { return status(common, *statusFiles); }; });
 }

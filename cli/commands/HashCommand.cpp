@@ -55,8 +55,8 @@ void addHashCommand(CommandLine& line) {
                 "the content hash for dropbox, SHA-1 for one_drive, one_note and box; none for web_dav)");
     hash->add_option("--service", args->service, "The service's type word: " + serviceWords())
         ->required()
-        ->type_name("TYPE");
-    hash->add_option("files", args->files, "The files to hash")->required();
+        ->type_name("SERVICE");
+    hash->add_option("files", args->files, "The files to hash")->required()->type_name("FILE");
     addJson(hash, common);
     hash->callback([&, args] { action = [&, args] { return hashFiles(common, args->service, args->files); }; });
 }

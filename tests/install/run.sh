@@ -15,6 +15,10 @@ if grep -rnE '#include +[<"](nlohmann/json\.hpp|curl/|thrift/|httplib|openssl/|s
   echo "installed headers include heavy/generated headers or declare wire structs (above)" >&2
   exit 1
 fi
+# vxcloud's completions and manual page, where bash-completion, zsh and man look.
+for file in share/bash-completion/completions/vxcloud share/zsh/site-functions/_vxcloud share/man/man1/vxcloud.1; do
+  [ -s "$work/prefix/$file" ] || { echo "not installed: $file" >&2; exit 1; }
+done
 cmake -S "$source/consumer" -B "$work/consumer" -G Ninja -DCMAKE_PREFIX_PATH="$work/prefix" >/dev/null
 cmake --build "$work/consumer" >/dev/null
 cp "$work/consumer/consumer" "$work/prefix/bin/"
