@@ -94,7 +94,9 @@ public:
     bool configure(const nlohmann::json& changes, std::string& error) override {
         S next = copy();
         for (const auto& [key, value] : changes.items()) {
-            const auto field = std::find_if(fields_.begin(), fields_.end(), [&](const auto& f) { return f.key == key; });
+            // clang before 16 cannot capture a structured binding: capture a plain reference.
+            const auto field = std::find_if(fields_.begin(), fields_.end(),
+                                            [&name = key](const auto& f) { return f.key == name; });
             if (field == fields_.end()) {
                 error = "unknown " + title_ + " setting \"" + key + "\"";
                 return false;
