@@ -22,8 +22,6 @@ public:
         text_.remove_prefix(1);
         return value;
     }
-    // One of `count` choices (count > 0).
-    std::size_t choose(std::size_t count) { return byte() % count; }
     // Everything not taken yet.
     std::string_view rest() const { return text_; }
 
@@ -31,14 +29,14 @@ private:
     std::string_view text_;
 };
 
+}  // namespace vxcloud::fuzz
+
 // A property every input must keep; a violation aborts, which libFuzzer records as a crash
 // with the input that caused it.
-#define FUZZ_CHECK(condition)                                                          \
-    do {                                                                               \
-        if (!(condition)) {                                                            \
+#define FUZZ_CHECK(condition)                                                                \
+    do {                                                                                     \
+        if (!(condition)) {                                                                  \
             std::fprintf(stderr, "%s:%d: check failed: %s\n", __FILE__, __LINE__, #condition); \
-            std::abort();                                                              \
-        }                                                                              \
+            std::abort();                                                                    \
+        }                                                                                    \
     } while (0)
-
-}  // namespace vxcloud::fuzz

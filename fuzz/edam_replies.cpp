@@ -6,6 +6,7 @@
 // The first byte picks what is read; the rest is the reply.
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <thrift/TApplicationException.h>
 #include <vector>

@@ -8,6 +8,7 @@
 // the instrumented library is linked once instead of once per provider.
 #include <cstdint>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string_view>
 
 #include "../src/providers/box/BoxWire.h"
