@@ -115,24 +115,24 @@ edam::Note noteForm(const Node& note, bool withContent, const NoteBodies* bodies
     return out;
 }
 
-edam::NoteMetadata metadataForm(const Node& note, const edam::NotesMetadataResultSpec& spec) {
+edam::NoteMetadata metadataForm(const Node& note, const edam::NotesMetadataResultSpec& wanted) {
     const json& a = note.attributes;
     edam::NoteMetadata out;
     out.__set_guid(note.id);
-    if (spec.includeTitle) out.__set_title(note.name);
-    if (spec.includeContentLength) {
+    if (wanted.includeTitle) out.__set_title(note.name);
+    if (wanted.includeContentLength) {
         out.__set_contentLength(static_cast<std::int32_t>(characterCount(a.value("content", std::string()))));
     }
-    if (spec.includeCreated) out.__set_created(a.value("created", std::int64_t{0}));
-    if (spec.includeUpdated) out.__set_updated(a.value("updated", std::int64_t{0}));
-    if (spec.includeDeleted && a.contains("deleted")) out.__set_deleted(a["deleted"].get<std::int64_t>());
-    if (spec.includeUpdateSequenceNum) out.__set_updateSequenceNum(a.value("usn", 0));
-    if (spec.includeNotebookGuid) out.__set_notebookGuid(note.parentId);
-    if (spec.includeAttributes) out.__set_attributes(noteAttributesForm(a.value("attributes", json::object())));
+    if (wanted.includeCreated) out.__set_created(a.value("created", std::int64_t{0}));
+    if (wanted.includeUpdated) out.__set_updated(a.value("updated", std::int64_t{0}));
+    if (wanted.includeDeleted && a.contains("deleted")) out.__set_deleted(a["deleted"].get<std::int64_t>());
+    if (wanted.includeUpdateSequenceNum) out.__set_updateSequenceNum(a.value("usn", 0));
+    if (wanted.includeNotebookGuid) out.__set_notebookGuid(note.parentId);
+    if (wanted.includeAttributes) out.__set_attributes(noteAttributesForm(a.value("attributes", json::object())));
     const json resources = a.value("resources", json::array());
     if (const json* largest = largestResource(resources)) {
-        if (spec.includeLargestResourceMime) out.__set_largestResourceMime(largest->value("mime", ""));
-        if (spec.includeLargestResourceSize) out.__set_largestResourceSize(largest->value("size", 0));
+        if (wanted.includeLargestResourceMime) out.__set_largestResourceMime(largest->value("mime", ""));
+        if (wanted.includeLargestResourceSize) out.__set_largestResourceSize(largest->value("size", 0));
     }
     return out;
 }

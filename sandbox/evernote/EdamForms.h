@@ -12,8 +12,8 @@ edam::Notebook notebookForm(const Node& notebook);
 // A note as replies carry it: metadata and resource metadata; the ENML with `withContent`,
 // resource bodies when `bodies` is given.
 edam::Note noteForm(const Node& note, bool withContent, const NoteBodies* bodies);
-// Only what `spec` asks for, and the GUID.
-edam::NoteMetadata metadataForm(const Node& note, const edam::NotesMetadataResultSpec& spec);
+// Only the fields `wanted` asks for, and the GUID.
+edam::NoteMetadata metadataForm(const Node& note, const edam::NotesMetadataResultSpec& wanted);
 
 json noteAttributesJson(const edam::NoteAttributes& attributes);
 json resourceAttributesJson(const edam::ResourceAttributes& attributes);

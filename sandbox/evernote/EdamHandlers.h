@@ -40,7 +40,7 @@ public:
     void findNotes(edam::NoteList& out, const std::string& token, const edam::NoteFilter& filter, int32_t offset,
                    int32_t maxNotes) override;
     void findNotesMetadata(edam::NotesMetadataList& out, const std::string& token, const edam::NoteFilter& filter,
-                           int32_t offset, int32_t maxNotes, const edam::NotesMetadataResultSpec& spec) override;
+                           int32_t offset, int32_t maxNotes, const edam::NotesMetadataResultSpec& wanted) override;
     // Notes.cpp
     void getNote(edam::Note& out, const std::string& token, const edam::Guid& guid, bool withContent,
                  bool withResourcesData, bool withResourcesRecognition, bool withResourcesAlternateData) override;

@@ -91,7 +91,7 @@ std::vector<Node*> NoteStoreHandler::select(Tree& tree, const AccountInfo& accou
 
 void NoteStoreHandler::findNotesMetadata(edam::NotesMetadataList& out, const std::string& token,
                                          const edam::NoteFilter& filter, int32_t offset, int32_t maxNotes,
-                                         const edam::NotesMetadataResultSpec& spec) {
+                                         const edam::NotesMetadataResultSpec& wanted) {
     const AccountInfo account = caller(token);
     checkPaging(offset, maxNotes);
     const int cap = module_.currentSettings().findMaxNotes;
@@ -100,7 +100,7 @@ void NoteStoreHandler::findNotesMetadata(edam::NotesMetadataList& out, const std
     const auto selected = select(tree, account, filter);
     out.startIndex = offset;
     out.totalNotes = static_cast<int32_t>(selected.size());
-    for (const Node* note : page(selected, offset, maxNotes, cap)) out.notes.push_back(metadataForm(*note, spec));
+    for (const Node* note : page(selected, offset, maxNotes, cap)) out.notes.push_back(metadataForm(*note, wanted));
     out.__set_updateCount(currentUsn(tree));
 }
 

@@ -1,5 +1,5 @@
 // Evernote's searches on the sandbox: findNotesMetadata with the search grammar and a
-// notebook filter, the result spec, the per-call cap and paging by offset, the trash, and
+// notebook filter, only the fields asked for, the per-call cap and paging by offset, the trash, and
 // the older findNotes.
 #include <set>
 
@@ -18,10 +18,10 @@ protected:
         edam::NoteFilter filter;
         if (!words.empty()) filter.__set_words(words);
         if (!notebookGuid.empty()) filter.__set_notebookGuid(notebookGuid);
-        edam::NotesMetadataResultSpec spec;
-        spec.__set_includeTitle(true);
+        edam::NotesMetadataResultSpec wanted;
+        wanted.__set_includeTitle(true);
         edam::NotesMetadataList found;
-        noteStore->findNotesMetadata(found, ada.accessToken, filter, offset, maxNotes, spec);
+        noteStore->findNotesMetadata(found, ada.accessToken, filter, offset, maxNotes, wanted);
         return found;
     }
     std::set<std::string> titles(const std::string& words, const std::string& notebookGuid = {}) {
@@ -61,10 +61,10 @@ TEST_F(EvernoteFind, FiltersByNotebookAndAnswersOnlyWhatTheSpecAsks) {
 
     edam::NoteFilter filter;
     filter.__set_notebookGuid(made.guid);
-    edam::NotesMetadataResultSpec spec;
-    spec.__set_includeLargestResourceSize(true);
+    edam::NotesMetadataResultSpec wanted;
+    wanted.__set_includeLargestResourceSize(true);
     edam::NotesMetadataList found;
-    noteStore->findNotesMetadata(found, ada.accessToken, filter, 0, 10, spec);
+    noteStore->findNotesMetadata(found, ada.accessToken, filter, 0, 10, wanted);
     ASSERT_EQ(found.notes.size(), 1u);
     const auto& meta = found.notes[0];
     EXPECT_EQ(meta.guid.size(), 36u) << "the GUID always";
@@ -76,10 +76,10 @@ TEST_F(EvernoteFind, FiltersByNotebookAndAnswersOnlyWhatTheSpecAsks) {
     EXPECT_GT(found.updateCount, 0);
 
     filter.__set_notebookGuid("00000000-0000-0000-0000-000000000000");
-    EXPECT_THROW(noteStore->findNotesMetadata(found, ada.accessToken, filter, 0, 10, spec),
+    EXPECT_THROW(noteStore->findNotesMetadata(found, ada.accessToken, filter, 0, 10, wanted),
                  edam::EDAMNotFoundException);
     filter.__set_notebookGuid("nope");
-    expectUserError([&] { noteStore->findNotesMetadata(found, ada.accessToken, filter, 0, 10, spec); },
+    expectUserError([&] { noteStore->findNotesMetadata(found, ada.accessToken, filter, 0, 10, wanted); },
                     E::BAD_DATA_FORMAT, "NoteFilter.notebookGuid");
     expectUserError([&] { find("", -1); }, E::BAD_DATA_FORMAT, "offset");
     expectUserError([&] { find("", 0, -1); }, E::BAD_DATA_FORMAT, "maxNotes");
@@ -120,15 +120,15 @@ TEST_F(EvernoteFind, TrashedNotesAreFoundOnlyWhenAskedFor) {
     trashed.__set_active(false);
     create(trashed);
     edam::NoteFilter filter;
-    edam::NotesMetadataResultSpec spec;
-    spec.__set_includeTitle(true);
-    spec.__set_includeDeleted(true);
+    edam::NotesMetadataResultSpec wanted;
+    wanted.__set_includeTitle(true);
+    wanted.__set_includeDeleted(true);
     edam::NotesMetadataList found;
-    noteStore->findNotesMetadata(found, ada.accessToken, filter, 0, 10, spec);
+    noteStore->findNotesMetadata(found, ada.accessToken, filter, 0, 10, wanted);
     ASSERT_EQ(found.notes.size(), 1u);
     EXPECT_EQ(found.notes[0].guid, kept.guid);
     filter.__set_inactive(true);
-    noteStore->findNotesMetadata(found, ada.accessToken, filter, 0, 10, spec);
+    noteStore->findNotesMetadata(found, ada.accessToken, filter, 0, 10, wanted);
     ASSERT_EQ(found.notes.size(), 1u);
     EXPECT_EQ(found.notes[0].title, "Trashed");
     EXPECT_GT(found.notes[0].deleted, 0);

@@ -34,7 +34,15 @@ TEST_F(EvernoteWire, EachMethodIsItsOwnRoute) {
     noteStore->listNotebooks(notebooks, ada.accessToken);
     EXPECT_EQ(sandbox.stats("evernote/notestore/createNote").faultsPending, 1);
     EXPECT_THROW(create(note("Three")), edam::EDAMSystemException);
+    const auto received = sandbox.stats("evernote/notestore/createNote").bytesReceived;
     EXPECT_EQ(sandbox.stats("evernote/notestore/createNote").faultsHit, 1);
+
+    // Connection faults too, cutting the body after the method is named: nothing is made.
+    ASSERT_TRUE(fx_.queueFault("evernote/notestore/createNote", "drop-after=100"));
+    EXPECT_THROW(create(note("Cut", {std::string(4096, 'c')})), apache::thrift::transport::TTransportException);
+    EXPECT_EQ(sandbox.stats("evernote/notestore/createNote").faultsHit, 2);
+    EXPECT_EQ(sandbox.stats("evernote/notestore/createNote").bytesReceived - received, 100);
+    EXPECT_FALSE(sandbox.metadata("evernote", "/Ada's Notebook/Cut").is_object());
 }
 
 TEST_F(EvernoteWire, InjectedErrorsAreEdamExceptions) {
