@@ -50,6 +50,7 @@ std::shared_ptr<VXCloudAccount> SandboxProviderFixture::linkAccount(const sandbo
     token.refreshToken = linked.refreshToken;
     token.expiresAt = nowSeconds() + 3600;
     token.scope = provider_.scope;
+    completeToken(token, linked);
     if (!VXCloudTokenStore::save(provider_.service, storageName(*account), token)) {
         error = "the token could not be stored";
         return nullptr;

@@ -167,6 +167,7 @@ protected:
             case VXCloudService::googleDrive: return VXCloudFileHasher::md5Hash(data);
             case VXCloudService::dropbox: return VXCloudFileHasher::dropboxHash(data).value_or("");
             case VXCloudService::box: return VXCloudFileHasher::sha1Hash(data);
+            case VXCloudService::evernote: return VXCloudFileHasher::md5Hash(data);
             default: return VXCloudFileHasher::quickXorHash(data);
         }
     }
