@@ -75,7 +75,9 @@ std::size_t SandboxProviderFixture::documentsNamedFor(const std::string& name, c
     if (!state.is_object() || !state.contains("items")) return count;
     for (const Json& item : state["items"]) {
         const bool trashed = item.value("trashed", false);
-        if (item.value("name", "") == name && !trashed && item.value(".tag", "file") == "file") ++count;
+        // A note (Evernote) is named by its title.
+        const std::string itemName = item.contains("title") ? item.value("title", "") : item.value("name", "");
+        if (itemName == name && !trashed && item.value(".tag", "file") == "file") ++count;
     }
     return count;
 }
