@@ -16,6 +16,7 @@
 #include "Progress.h"
 #include "Prompts.h"
 #include "SessionCalls.h"
+#include "StoredCopies.h"
 #include "vxcloud/engine/UploadStatus.h"
 #include "vxcloud/engine/VXCloudTaskManager.h"
 #include "vxcloud/engine/VXCloudUtils.h"
@@ -80,6 +81,15 @@ std::string shortFailure(const std::string& word) {
         case ErrorCode::storageQuotaReached: return "failed: the storage is full";
     }
     return "failed";
+}
+
+// "Evernote asks to wait 25 min before trying again", when the record names a wait.
+std::string waitPhrase(const Json& record, const VXCloudAccount& account) {
+    const auto wait = record.is_object() ? record.find(kRetryAfter) : record.end();
+    if (wait == record.end() || !wait->is_number_integer() || wait->get<std::int64_t>() <= 0) return {};
+    const std::int64_t seconds = wait->get<std::int64_t>();
+    const std::string amount = seconds < 120 ? std::to_string(seconds) + " s" : std::to_string((seconds + 59) / 60) + " min";
+    return displayName(account.cloudService) + " asks to wait " + amount + " before trying again";
 }
 
 // What a person can do about a failure the component has no question for.
@@ -296,6 +306,10 @@ void DocumentJobs::runRounds(DocumentOutcome& document, AccountList accounts, bo
         warn(document.problem);
         return;
     }
+    // A copy moved to another folder is updated (or renamed) where it is.
+    if (const auto row = records.documentByIdentifier(document.fileIdentifier)) {
+        eligible = atStoredFolders(eligible, records.records(row->id));
+    }
 
     struct Pass {
         AccountList accounts;
@@ -343,15 +357,39 @@ void DocumentJobs::runRounds(DocumentOutcome& document, AccountList accounts, bo
 
         const JsonBox previous = before.empty() ? JsonBox() : JsonBox(before);
         const Json identifier = document.fileIdentifier;
-        const Json returned = rename ? manager->renameWithNewFilename(newName, previous, pass.overwrite, identifier,
-                                                                      pass.accounts, createPDF)
-                                     : manager->uploadWithFilename(row->name, row->path, previous, pass.overwrite,
-                                                                   identifier, pass.accounts, true);
+        // A document edited here since it was stored is found by the version recorded for
+        // it, not by its new content: the copy still holding that version is replaced, and
+        // only a copy changed elsewhere is a conflict. Unedited documents compare their
+        // content, so nothing is sent when it is there.
+        AccountList comparing, edited;
+        if (!rename) {
+            const auto data = ByteBuffer::mapFile(row->path);
+            for (const auto& account : pass.accounts) {
+                const bool changed = data && changedSinceStored(*account, recordFor(before, *account), *data);
+                (changed ? edited : comparing).push_back(account);
+            }
+        }
+        std::vector<Json> returned;
+        auto started = [&](const Json& answer) {
+            for (const auto& record : answer) returned.push_back(record);
+        };
+        if (rename) {
+            started(manager->renameWithNewFilename(newName, previous, pass.overwrite, identifier, pass.accounts, createPDF));
+        } else {
+            if (!comparing.empty()) {
+                started(manager->uploadWithFilename(row->name, row->path, previous, pass.overwrite, identifier, comparing,
+                                                    true));
+            }
+            if (!edited.empty()) {
+                started(manager->uploadWithFilename(row->name, row->path, previous, pass.overwrite, identifier, edited,
+                                                    false));
+            }
+        }
         std::map<std::string, Json> answers;
-        bool waiting = false;
+        std::size_t waiting = 0;
         for (const auto& record : returned) {
             if (text(record, kStatus) == kPending) {
-                waiting = true;
+                ++waiting;
                 continue;
             }
             // Failures found before any transfer (no folder, unreadable data).
@@ -359,11 +397,19 @@ void DocumentJobs::runRounds(DocumentOutcome& document, AccountList accounts, bo
             for (const auto& account : pass.accounts)
                 if (recordIsFor(record, *account)) answers[account->key()] = record;
         }
-        if (waiting) {
-            waitWhileMoving([&] { return keeper.hasOutcome(document.fileIdentifier); }, options_.timeout, board_.get());
-            for (const auto& record : keeper.takeOutcome(document.fileIdentifier))
-                for (const auto& account : pass.accounts)
-                    if (recordIsFor(record, *account)) answers[account->key()] = record;
+        // Each request's outcomes come in one notification; wait until every account answered.
+        while (waiting > 0) {
+            if (!waitWhileMoving([&] { return keeper.hasOutcome(document.fileIdentifier); }, options_.timeout,
+                                 board_.get())) {
+                break;
+            }
+            for (const auto& record : keeper.takeOutcome(document.fileIdentifier)) {
+                for (const auto& account : pass.accounts) {
+                    if (!recordIsFor(record, *account)) continue;
+                    if (!answers.count(account->key()) && waiting > 0) --waiting;
+                    answers[account->key()] = record;
+                }
+            }
         }
         context_.setProgressReceiver(nullptr);
 
@@ -382,17 +428,15 @@ void DocumentJobs::runRounds(DocumentOutcome& document, AccountList accounts, bo
             outcome.record = answer->second;
             if (text(outcome.record, kStatus) == kSuccessful) {
                 const Json older = recordFor(before, *account);
-                const std::string version = text(outcome.record, kVersion);
-                const bool unchanged = !rename && !version.empty() && text(older, kStatus) == kSuccessful &&
-                                       text(older, kVersion) == version &&
-                                       text(older, kDocumentId) == text(outcome.record, kDocumentId);
                 const std::string storedAs = text(outcome.record, kDocumentId);
-                // A first upload stored under another name: the service found the same
-                // content there by its digest and sent nothing (without overwrite, a copy of
-                // that name with other content would have been a conflict).
-                const bool foundElsewhere = !rename && !unchanged && !pass.overwrite &&
-                                            text(older, kDocumentId).empty() && !storedAs.empty() &&
-                                            storedAs != row->name;
+                // What happened comes from the session's answer: whether the bytes went out.
+                const auto sent = outcome.record.find(kContentSent);
+                const bool known = sent != outcome.record.end() && sent->is_boolean();
+                const bool nothingWentOut = !rename && known && !sent->get<bool>();
+                // Found stored under the same name, or (a first upload) under another one.
+                const bool unchanged = nothingWentOut && (text(older, kDocumentId) == storedAs ||
+                                                          (text(older, kDocumentId).empty() && storedAs == row->name));
+                const bool foundElsewhere = nothingWentOut && !unchanged;
                 const bool nothingSent = unchanged || foundElsewhere;
                 outcome.kind = nothingSent ? AccountOutcome::Kind::unchanged : AccountOutcome::Kind::done;
                 outcome.bytesSent = nothingSent ? 0 : board_->bytesReported(account->key());
@@ -410,7 +454,10 @@ void DocumentJobs::runRounds(DocumentOutcome& document, AccountList accounts, bo
                 const std::string word = text(outcome.record, kError);
                 outcome.kind = AccountOutcome::Kind::failed;
                 outcome.note = word.empty() ? "failed" : word;
-                board_->finishRow(account->key(), shortFailure(word));
+                // A service that limits requests says how long to wait; a retry before then fails.
+                const std::string wait = waitPhrase(outcome.record, *account);
+                if (!wait.empty()) outcome.note += "; " + wait;
+                board_->finishRow(account->key(), shortFailure(word) + (wait.empty() ? "" : "; " + wait));
                 const ErrorCode code = VXCloudError::fromString(word).value_or(ErrorCode::fileUpload);
                 failures.emplace_back(account, code);
                 noteAccountOutcome(*account, code);

@@ -19,8 +19,9 @@ namespace {
 
 // The client id the host presents to the sandbox when it has none of its own.
 constexpr const char* kSandboxClientId = "vxcloud-cli";
-// The sandbox takes any secret; a real service never sees this one.
-constexpr const char* kSandboxSecret = "vxcloud-cli-sandbox-secret";
+// The secret the sandbox expects of every app (its consumer_secret setting); a real service
+// never sees it.
+constexpr const char* kSandboxSecret = "vxcloud-sandbox-secret";
 
 }  // namespace
 

@@ -96,9 +96,9 @@ bool apply(FaultSpec& fault, const std::string& key, const std::string& value, b
 }
 
 bool meaningful(const FaultSpec& f, std::string* error) {
-    if (f.status == 0 && !f.drop && f.dropAfterBytes < 0 && f.dropResponseAfterBytes < 0 &&
+    if (f.status == 0 && f.error.empty() && !f.drop && f.dropAfterBytes < 0 && f.dropResponseAfterBytes < 0 &&
         f.delayMs == 0 && f.readBytesPerSecond == 0 && !f.expireToken && !f.quotaFull && f.retryAfterSeconds < 0) {
-        return fail(error, "the fault does nothing (give status, drop, drop-after, "
+        return fail(error, "the fault does nothing (give status, error, drop, drop-after, "
                            "drop-response-after, delay, read-rate, expire-token or quota-full)");
     }
     return true;

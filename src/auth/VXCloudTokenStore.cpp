@@ -83,6 +83,7 @@ std::optional<VXCloudOAuthToken> VXCloudOAuthToken::fromTokenResponse(std::strin
     if (auto scope = stringField(answer, "scope")) token.scope = std::move(*scope);
     else if (previous) token.scope = previous->scope;
     if (auto type = stringField(answer, "token_type")) token.tokenType = std::move(*type);
+    if (previous) token.extra = previous->extra;
     return token;
 }
 
@@ -91,6 +92,7 @@ std::string VXCloudOAuthToken::toStoredText() const {
     if (!refreshToken.empty()) stored["refresh_token"] = refreshToken;
     if (expiresAt) stored["expires_at"] = *expiresAt;
     if (!scope.empty()) stored["scope"] = scope;
+    if (!extra.empty()) stored["extra"] = extra;
     return stored.dump();
 }
 
@@ -105,6 +107,11 @@ std::optional<VXCloudOAuthToken> VXCloudOAuthToken::fromStoredText(std::string_v
     token.expiresAt = integerField(stored, "expires_at");
     token.scope = stringField(stored, "scope").value_or("");
     token.tokenType = stringField(stored, "token_type").value_or("bearer");
+    if (const auto extra = stored.find("extra"); extra != stored.end() && extra->is_object()) {
+        for (const auto& [key, value] : extra->items()) {
+            if (value.is_string()) token.extra[key] = value.get<std::string>();
+        }
+    }
     return token;
 }
 

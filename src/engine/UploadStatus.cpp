@@ -70,6 +70,7 @@ Json outcome(const VXCloudAccount& account, const VXCloudFile* file, const VXClo
     Json record = configureUploadStatusDict(account);
     if (file) {
         record[kDocumentId] = file->name;
+        if (file->contentSent) record[kContentSent] = *file->contentSent;
         if (file->version) record[kVersion] = *file->version;
         else record.erase(kVersion);
         record[kNeedsUpdate] = false;
@@ -82,6 +83,8 @@ Json outcome(const VXCloudAccount& account, const VXCloudFile* file, const VXClo
         record[kError] = error->getErrorCode();
         record[kStatus] = kStatusError;
         record[kNeedsUpdate] = true;
+        if (error->retryAfterSeconds) record[kRetryAfter] = *error->retryAfterSeconds;
+        record.erase(kContentSent);
     }
     return record;
 }

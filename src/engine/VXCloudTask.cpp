@@ -110,6 +110,11 @@ void VXCloudTask::updateFileUploadStatus(const Json& uploadFile, const VXCloudAc
     Json record = uploadFile;
     if (const Json* older = records::find(existingFileUploadStatus_, cloudAccount))
         record = records::merge(*older, uploadFile);
+    // A wait the service asked for, and whether bytes went out, belong to the outcome that
+    // says so, never to an earlier one.
+    for (const char* key : {kRetryAfter, kContentSent}) {
+        if (!uploadFile.contains(key)) record.erase(key);
+    }
 
     if (!fileUploadStatusInfo_ || !fileUploadStatusInfo_->is_object())
         fileUploadStatusInfo_ = Json::object();

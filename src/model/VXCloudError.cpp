@@ -142,7 +142,9 @@ std::shared_ptr<VXCloudError> VXCloudError::initWithError(const ProviderError& e
         case VXCloudService::oneNote:
         case VXCloudService::webDAV: break;
     }
-    return std::make_shared<VXCloudError>(code);
+    auto classified = std::make_shared<VXCloudError>(code);
+    classified->retryAfterSeconds = error.retryAfterSeconds;
+    return classified;
 }
 
 std::optional<std::string> VXCloudError::getErrorReason(const ProviderError& error) {

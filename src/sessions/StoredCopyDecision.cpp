@@ -53,6 +53,8 @@ bool digestMatches(const VXCloudFile& document, const VXCloudFile& copy) {
 void uploadDocument(VXCloudFile& document, bool overwrite, const StoredCopyHooks& hooks,
                     const StoredCopyRules& rules) {
     labelContentType(document);
+    // Every path below but "found with the same content" sends the bytes.
+    document.contentSent = true;
     const bool settings = document.name == rules.settingsName;
     if (!settings && !document.localVersion && !hasUploadStatus(document)) return hooks.create(overwrite);
 
@@ -75,6 +77,7 @@ void uploadDocument(VXCloudFile& document, bool overwrite, const StoredCopyHooks
     }
     if (!same) return hooks.replace(found.copy);
     adoptServiceFields(document, *found.copy);
+    document.contentSent = false;
     hooks.uploaded();
 }
 

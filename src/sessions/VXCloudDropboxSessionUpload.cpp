@@ -56,8 +56,10 @@ sessions::StoredCopyLookup DropboxSession::findFile(const VXCloudFile& cloudFile
     auto listed = client_->listFolder(listingPath(folderPrefix(inFolder)));
     VXCloudFileList files;
     std::set<std::string> cursors;
+    // Bounded: a folder beyond it fails the look-up rather than miss a stored copy.
+    constexpr std::size_t kMaxPages = 100;
     for (;;) {
-        if (!listed.ok()) return {nullptr, makeError(ErrorCode::fileUpload)};
+        if (!listed.ok() || cursors.size() >= kMaxPages) return {nullptr, makeError(ErrorCode::fileUpload)};
         for (const auto& entry : listed.value().entries) {
             if (entry.tag == dropbox::Metadata::Tag::file) files.push_back(VXCloudFile::initWithMetadata(entry));
         }

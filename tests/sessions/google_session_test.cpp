@@ -154,6 +154,12 @@ TEST_F(GoogleDriveSession, RateLimitsAreWaitedOutEvenForACreate) {
         EXPECT_EQ(fx_.liveFiles(*folder->id, name).size(), 1u) << name;
     }
     EXPECT_EQ(fx_.requests("upload/create"), 9) << "two refusals and the create, three times";
+
+    // A 429 that names no wait is waited out with backoff all the same.
+    SessionTest::fault("upload/create", "status=429;error=rateLimitExceeded", 1);
+    auto event = upload(makeDocument("limited-bare.pdf", "%PDF-bare"), folder, false);
+    EXPECT_EQ(event.kind, Kind::didUpload) << describe(event);
+    EXPECT_EQ(fx_.liveFiles(*folder->id, "limited-bare.pdf").size(), 1u);
 }
 
 TEST_F(GoogleDriveSession, SettingsDocumentIsNeverAConflict) {

@@ -22,6 +22,12 @@ inline constexpr const char kError[] = "error";
 inline constexpr const char kDocumentId[] = "documentId";
 inline constexpr const char kVersion[] = "version";
 inline constexpr const char kNeedsRenameUpdate[] = "needsRenameUpdate";
+// On a failure only: the seconds the service asked to wait before the next try (Evernote's
+// rate limit), when it named them.
+inline constexpr const char kRetryAfter[] = "retryAfter";
+// On a successful upload: true when the document's bytes were sent, false when its content
+// was found stored already (nothing sent). Absent when the service's session cannot say.
+inline constexpr const char kContentSent[] = "contentSent";
 
 // "status" words.
 inline constexpr const char kPending[] = "pending";

@@ -134,6 +134,10 @@ struct ProviderError {
     std::optional<DropboxWriteError> dropboxWriteError;
     std::optional<std::int64_t> dropboxCorrectOffset;
 
+    // How long the service asked the caller to wait before asking again (Evernote's
+    // rateLimitDuration), in seconds.
+    std::optional<std::int64_t> retryAfterSeconds;
+
     // The answer said "try again later" (a rate limit, server trouble, a lost connection)
     // and the client's repeats ran out; a caller may resume or repeat later.
     bool transient = false;

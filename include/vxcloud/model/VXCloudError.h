@@ -2,6 +2,7 @@
 // Every failure reported to the host, reduced to one of eight codes. The code's string
 // form is stored with the account ("error") and in upload status records.
 #include <array>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -34,6 +35,8 @@ public:
     VXCloudError() = delete;
 
     ErrorCode errorCode;
+    // The seconds the service asked to wait before asking again, when it said (a rate limit).
+    std::optional<std::int64_t> retryAfterSeconds;
 
     // The string form of errorCode, as stored and shown to the host.
     std::string getErrorCode() const { return std::string(rawValue(errorCode)); }

@@ -17,6 +17,7 @@ namespace dropbox { struct Metadata; }
 namespace drive { struct File; }
 namespace onedrive { struct Item; }
 namespace box { struct Item; }
+namespace evernote { struct Item; }
 
 class VXCloudFile {
 public:
@@ -46,6 +47,9 @@ public:
     // The file record of a Box item: a folder when it is one; for files the SHA-1 as
     // version; the parent folder's id in parentIds.
     static std::shared_ptr<VXCloudFile> initWithBoxItem(const box::Item& item);
+    // The file record of an Evernote notebook (a folder) or note: for a note, the MD5 of its
+    // first attachment as version, in lower-case hex; anything else makes no record.
+    static std::shared_ptr<VXCloudFile> initWithEvernoteItem(const evernote::Item& item);
 
     // "documentId" of fileUploadStatus when it is a string, else name.
     std::string getNameFromUploadStatus() const;
@@ -71,6 +75,9 @@ public:
     std::shared_ptr<VXCloudFile> uploadFolder;
     JsonBox fileIdentifier;  // the host's own handle, passed through untouched
     std::optional<bool> isOneNoteNotebook;
+    // After an upload: whether the document's bytes were sent (false: its content was found
+    // stored already); empty when the session does not say.
+    std::optional<bool> contentSent;
 };
 
 // The shared builder behind VXCloudFile::initWithUploadFolderInfo.

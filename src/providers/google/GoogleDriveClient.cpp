@@ -12,8 +12,10 @@ using nlohmann::json;
 
 namespace {
 
+// Drive's rate limits (403 and 429 with a rate-limit reason) are refusals before acting, so
+// even a create is sent again, with or without Retry-After.
 bool isRateLimit(const HttpResponse& response) {
-    if (response.status != 403) return false;
+    if (response.status != 403 && response.status != 429) return false;
     const ProviderError answer = ProviderError::fromGoogleResponse(response.status, response.body);
     return answer.googleReason &&
            (*answer.googleReason == "userRateLimitExceeded" || *answer.googleReason == "rateLimitExceeded");
