@@ -4,9 +4,9 @@
 // Threads: the Evernote client blocks on the network, so the operations run on a global
 // queue and report from there; the authorisation questions answer on the calling thread.
 #include <ctime>
-#include <nlohmann/json.hpp>
 
 #include "sessions/EvernoteSession.h"
+#include "sessions/SettingsDocument.h"
 #include "sessions/SessionSupport.h"
 #include "vxcloud/auth/VXCloudTokenStore.h"
 #include "vxcloud/engine/VXCloudUtils.h"
@@ -152,13 +152,10 @@ void EvernoteSession::downloadSettingsFileWithCompletionHandler(
         if (!resources.empty() && resources.front().data) record->fileData = resources.front().data;
 
         const std::string_view text = record->fileData ? record->fileData->view() : std::string_view();
-        const auto settings = nlohmann::json::parse(text.begin(), text.end(), nullptr, false);
-        const auto folderIdValue = settings.is_object() ? settings.find(VXCloudFile::kUploadFolderIdKey) : settings.end();
-        if (!settings.is_object() || folderIdValue == settings.end() || !folderIdValue->is_string()) {
-            return finish(record, makeError(ErrorCode::missingFolder));
-        }
+        const auto folderId = sessions::settingsString(text, VXCloudFile::kUploadFolderIdKey);
+        if (!folderId) return finish(record, makeError(ErrorCode::missingFolder));
         // The caller reads the notebook from the record's data; here only its presence counts.
-        const bool present = client_->getNotebook(folderIdValue->get<std::string>()).ok();
+        const bool present = client_->getNotebook(*folderId).ok();
         finish(record, present ? nullptr : makeError(ErrorCode::missingFolder));
     });
 }

@@ -8,6 +8,8 @@
 #include <thrift/transport/TBufferTransports.h>
 
 #include "../../src/providers/evernote/EdamReply.h"
+#include "../../src/providers/evernote/EvernoteClient.h"
+#include "../support/LoopbackServer.h"
 #include "NoteStore.h"
 
 namespace vxcloud::testing {
@@ -84,6 +86,32 @@ TEST(EvernoteWire, ClaimedSizesBeyondTheReplyAreRefusedUnread) {
     const std::string padded = replyHeaderThen(millionTags) + std::string(2'000'000, '\0');
     EXPECT_EQ(refusal(padded), TProtocolException::SIZE_LIMIT);
     EXPECT_LT(evernote::kMaxReplyListLength, 1'000'000);
+}
+
+TEST(EvernoteWire, TheClientRefusesRepliesClaimingMoreThanTheyHold) {
+    // listNotebooks answered with a notebook whose guid claims 2 GB, then a list of 2^31
+    // notebooks: each is a malformed answer, read without allocating what it claims.
+    const std::string header = std::string("\x80\x01\x00\x02", 4) + std::string("\x00\x00\x00\x0d", 4) +
+                               "listNotebooks" + std::string(4, '\0');
+    const std::string hugeGuid = std::string("\x0f\x00\x00\x0c\x00\x00\x00\x01", 8) +
+                                 std::string("\x0b\x00\x01\x7f\xff\xff\xf0", 7) + "abc";
+    const std::string hugeList = std::string("\x0f\x00\x00\x0c\x7f\xff\xff\xf0", 8);
+    std::vector<std::string> replies{header + hugeGuid, header + hugeList};
+    std::size_t served = 0;
+    test::LoopbackServer server([&](httplib::Server& s) {
+        s.Post("/shard", [&](const httplib::Request&, httplib::Response& res) {
+            res.set_content(replies.at(std::min(served++, replies.size() - 1)), "application/x-thrift");
+        });
+    });
+    ASSERT_TRUE(server.running());
+    auto client = evernote::EvernoteClient::withGrantedToken("S=s1:U=1:E=1", server.url("/shard"));
+    ASSERT_TRUE(client);
+    for (std::size_t i = 0; i < replies.size(); ++i) {
+        const auto notebooks = client->listNotebooks();
+        ASSERT_FALSE(notebooks.ok()) << "reply " << i;
+        EXPECT_NE(notebooks.error().message.find("listNotebooks"), std::string::npos) << notebooks.error().message;
+    }
+    EXPECT_EQ(served, replies.size()) << "a malformed answer is not asked for again";
 }
 
 }  // namespace

@@ -55,6 +55,7 @@ void EdamTransport::flush() {
         throw TTransportException(TTransportException::UNKNOWN, what_ + " failed");
     }
     std::string body = std::move(sent.value().body);
+    if (onReply_) onReply_(body.size());
     // A fresh buffer per answer: a reused one would count every answer against one size cap.
     incoming_ = std::make_shared<TMemoryBuffer>(reinterpret_cast<uint8_t*>(body.data()),
                                                 static_cast<uint32_t>(body.size()), TMemoryBuffer::COPY, configuration());

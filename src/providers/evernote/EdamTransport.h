@@ -7,6 +7,8 @@
 #include <thrift/transport/TBufferTransports.h>
 #include <thrift/transport/TVirtualTransport.h>
 
+#include <cstddef>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -28,6 +30,9 @@ public:
     void flush() override;
     bool isOpen() const override { return true; }
 
+    // Told each reply's size before it is read, so the reader can bound what the reply claims.
+    void onReply(std::function<void(std::size_t)> sized) { onReply_ = std::move(sized); }
+
     // The failure of the last request, when it failed below Thrift.
     const std::optional<ProviderError>& lastError() const { return lastError_; }
 
@@ -39,6 +44,7 @@ private:
     std::shared_ptr<apache::thrift::transport::TMemoryBuffer> outgoing_;
     std::shared_ptr<apache::thrift::transport::TMemoryBuffer> incoming_;
     std::optional<ProviderError> lastError_;
+    std::function<void(std::size_t)> onReply_;
 };
 
 }  // namespace vxcloud::evernote

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <mutex>
 
+#include "EdamReply.h"
 #include "EdamTransport.h"
 #include "EvernoteWire.h"
 #include "NoteStore.h"
@@ -68,7 +69,10 @@ struct EvernoteClient::Impl {
         }
         auto transport = std::make_shared<EdamTransport>(caller, url);
         transport->prepare(what, idempotent);
-        Service client(std::make_shared<TBinaryProtocol>(transport));
+        // Replies are read with every size they claim bounded by their length.
+        auto reader = replyReader(transport);
+        transport->onReply([raw = reader.get()](std::size_t bytes) { boundReplyReader(*raw, bytes); });
+        Service client(reader, std::make_shared<TBinaryProtocol>(transport));
         try {
             return Result<T>::success(call(client, *token.accessToken));
         } catch (const edam::EDAMUserException& e) {
