@@ -60,6 +60,7 @@ public:
     std::optional<std::string> refuseFault(const std::string& route, const FaultSpec& fault) const override;
     void faultResponse(const FaultSpec& fault, const Request& request, Response& response) const override;
     std::optional<std::string> requestToken(const Request& request) const override;
+    bool accessTokensRefresh() const override { return false; }
     nlohmann::json renderNode(Tree& tree, const Node& node) const override;
     void adminChanged(Tree& tree, Node& node, AdminChange change) override;
     std::optional<std::string> refuseAdminPath(const std::vector<std::string>& parts, bool folder) const override;

@@ -87,6 +87,9 @@ public:
     // The access token a request carries, for the expire-token fault: the bearer token by
     // default (Evernote's is the first argument of the Thrift call).
     virtual std::optional<std::string> requestToken(const Request& request) const;
+    // Whether an expired access token is refreshed by the client (OAuth 2) or ends the
+    // sign-in (Evernote's year-long tokens); random faults expire only the former.
+    virtual bool accessTokensRefresh() const { return true; }
     // Headers every answer of this provider carries (request ids, ...).
     virtual void decorateResponse(const Request& request, Response& response) const;
     // The provider's metadata JSON for a stored node, as its API would show it.

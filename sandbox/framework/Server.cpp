@@ -277,7 +277,7 @@ struct Server::Impl {
                         }
                     }
                 } else {
-                    fault = faults.take(key, provider);
+                    fault = faults.take(key, provider, module->accessTokensRefresh());
                 }
                 if (fault) counters.faultHit(key, provider);
             }
