@@ -154,8 +154,10 @@ void registerAdminRoutes(Router& router, Sandbox& sandbox) {
         if (!known(q, r)) return;
         json out = json::array();
         for (const auto& a : sb->accounts(q.captures[0])) {
-            out.push_back({{"user_id", a.userId}, {"email", a.email}, {"display_name", a.displayName},
-                           {"access_token", a.accessToken}, {"refresh_token", a.refreshToken}});
+            json entry = {{"user_id", a.userId}, {"email", a.email}, {"display_name", a.displayName},
+                          {"access_token", a.accessToken}, {"refresh_token", a.refreshToken}};
+            for (const auto& [name, value] : a.details) entry[name] = value;
+            out.push_back(entry);
         }
         r.json(200, {{"accounts", out}});
     });
@@ -272,7 +274,12 @@ void registerAdminRoutes(Router& router, Sandbox& sandbox) {
         if (!known(q, r)) return;
         json body;
         if (!readJson(q, r, body)) return;
-        if (!sb->revokeRefreshToken(q.captures[0], field(body, "refresh_token"))) {
+        // An access token for providers without refresh tokens (Evernote's auth tokens).
+        if (body.contains("access_token")) {
+            if (!sb->revokeAccessToken(q.captures[0], field(body, "access_token"))) {
+                return fail(r, 404, "unknown access_token");
+            }
+        } else if (!sb->revokeRefreshToken(q.captures[0], field(body, "refresh_token"))) {
             return fail(r, 404, "unknown refresh_token");
         }
         r.json(200, json::object());

@@ -96,9 +96,9 @@ bool apply(FaultSpec& fault, const std::string& key, const std::string& value, b
 }
 
 bool meaningful(const FaultSpec& f, std::string* error) {
-    if (f.status == 0 && !f.drop && f.dropAfterBytes < 0 && f.dropResponseAfterBytes < 0 &&
+    if (f.status == 0 && f.error.empty() && !f.drop && f.dropAfterBytes < 0 && f.dropResponseAfterBytes < 0 &&
         f.delayMs == 0 && f.readBytesPerSecond == 0 && !f.expireToken && !f.quotaFull && f.retryAfterSeconds < 0) {
-        return fail(error, "the fault does nothing (give status, drop, drop-after, "
+        return fail(error, "the fault does nothing (give status, error, drop, drop-after, "
                            "drop-response-after, delay, read-rate, expire-token or quota-full)");
     }
     return true;
@@ -244,14 +244,15 @@ std::optional<FaultSpec> FaultInjector::takeFrom(const std::string& queueKey) {
     return fault;
 }
 
-std::optional<FaultSpec> FaultInjector::take(const std::string& route, const std::string& provider) {
+std::optional<FaultSpec> FaultInjector::take(const std::string& route, const std::string& provider,
+                                             bool tokensRefresh) {
     std::lock_guard lock(mutex_);
     if (auto fault = takeFrom(route)) return fault;
     if (!provider.empty()) {
         if (auto fault = takeFrom(provider + "/*")) return fault;
     }
     if (auto fault = takeFrom("*")) return fault;
-    return drawRandom();
+    return drawRandom(tokensRefresh);
 }
 
 void FaultInjector::setRandom(double rate, std::uint64_t seed) {
@@ -266,11 +267,11 @@ std::int64_t FaultInjector::randomDrawn() const {
     return randomDrawn_;
 }
 
-std::optional<FaultSpec> FaultInjector::drawRandom() {
+std::optional<FaultSpec> FaultInjector::drawRandom(bool tokensRefresh) {
     if (randomRate_ <= 0) return std::nullopt;
     if (std::uniform_real_distribution<double>(0, 1)(random_) >= randomRate_) return std::nullopt;
     FaultSpec fault;
-    switch (std::uniform_int_distribution<int>(0, 8)(random_)) {
+    switch (std::uniform_int_distribution<int>(0, tokensRefresh ? 8 : 7)(random_)) {
         case 0: fault.status = 429; fault.retryAfterSeconds = 1; break;
         case 1: fault.status = 429; break;
         case 2: fault.status = 503; fault.retryAfterSeconds = 1; break;

@@ -17,8 +17,9 @@ public:
     void enqueue(const std::string& route, const FaultSpec& fault, int times);
     // The fault for a request of `route` (queued for the route itself, else for
     // "<provider>/*", else for "*"), removed from its queue; else, with random faults on,
-    // one drawn at random.
-    std::optional<FaultSpec> take(const std::string& route, const std::string& provider);
+    // one drawn at random (never an expired token for a provider whose tokens cannot be
+    // refreshed: there it would end the account's session for good, not for one request).
+    std::optional<FaultSpec> take(const std::string& route, const std::string& provider, bool tokensRefresh = true);
     // Faults for `rate` of the requests that have none queued, drawn in an order fixed by
     // `seed` from what real networks and services do: 429 and 503 with and without
     // Retry-After, connections dropped before the request is read, during its body or
@@ -32,7 +33,7 @@ public:
 private:
     std::optional<FaultSpec> takeFrom(const std::string& queueKey);
 
-    std::optional<FaultSpec> drawRandom();
+    std::optional<FaultSpec> drawRandom(bool tokensRefresh);
 
     mutable std::mutex mutex_;
     std::map<std::string, std::deque<FaultSpec>> queues_;

@@ -65,6 +65,12 @@ struct Response {
 
 using Handler = std::function<void(Request&, Response&)>;
 
+// Names the route of a request whose path does not say it (Evernote's Thrift methods share
+// one URL; the method is named at the start of the body). Sees the request's headers and
+// query and the body read so far; answers a key once it can tell, at the latest when
+// `complete` (the whole body is in).
+using RouteKeyOf = std::function<std::optional<std::string>(const Request&, std::string_view bodySoFar, bool complete)>;
+
 // What a provider module uses to publish its routes. `pattern` is an ECMAScript regular
 // expression matched against the whole path; `key` names the route for faults and counters.
 class Router {
@@ -72,6 +78,10 @@ public:
     virtual ~Router() = default;
     virtual void add(const std::string& method, const std::string& pattern, const std::string& key,
                      Handler handler) = 0;
+    // A route whose key `keyOf` names from the request before its fault is taken and it is
+    // counted; `keys` lists every key it may name (for faults queued ahead and the routes list).
+    virtual void addKeyed(const std::string& method, const std::string& pattern, std::vector<std::string> keys,
+                          RouteKeyOf keyOf, Handler handler) = 0;
     // A literal path (regex characters are escaped).
     void exact(const std::string& method, const std::string& path, const std::string& key,
                Handler handler);
@@ -85,6 +95,10 @@ public:
     WrappingRouter(Router& inner, std::function<Handler(Handler)> wrap) : inner_(inner), wrap_(std::move(wrap)) {}
     void add(const std::string& method, const std::string& pattern, const std::string& key, Handler handler) override {
         inner_.add(method, pattern, key, wrap_(std::move(handler)));
+    }
+    void addKeyed(const std::string& method, const std::string& pattern, std::vector<std::string> keys,
+                  RouteKeyOf keyOf, Handler handler) override {
+        inner_.addKeyed(method, pattern, std::move(keys), std::move(keyOf), wrap_(std::move(handler)));
     }
 
 private:

@@ -1,6 +1,7 @@
 #include "framework/OAuthEndpoints.h"
 
 #include "framework/ProviderModule.h"
+#include "framework/SignInPage.h"
 #include "framework/Text.h"
 
 namespace vxcloud::sandbox {
@@ -34,9 +35,7 @@ void OAuthEndpoints::registerToken(Router& router, const std::string& path, cons
 }
 
 void OAuthEndpoints::errorPage(Response& response, int status, const std::string& message) const {
-    response.html(status, "<!doctype html><html><head><title>" + htmlEscape(hooks_.providerTitle) +
-                              " sandbox</title></head><body><h1>Authorization error</h1><p id=\"error\">" +
-                              htmlEscape(message) + "</p></body></html>\n");
+    signInErrorPage(response, hooks_.providerTitle, status, message);
 }
 
 void OAuthEndpoints::authorize(Request& request, Response& response) {
@@ -69,37 +68,17 @@ void OAuthEndpoints::authorize(Request& request, Response& response) {
     const std::string id = module_.tokens().addAuthorizationRequest(pending);
     pending.id = id;
 
-    std::string decisionParam = param(request, "sandbox_decision");
-    if (decisionParam.empty() && param(request, "sandbox_auto_approve") == "1") decisionParam = "approve";
-    if (decisionParam.empty() && module_.context().autoApprove.load()) decisionParam = "approve";
-    if (decisionParam == "approve" || decisionParam == "deny") {
+    const std::string decisionParam = immediateDecision(request, module_.context());
+    if (!decisionParam.empty()) {
         return decide(pending, decisionParam == "approve", param(request, "sandbox_account"), response);
     }
-
     const std::string decisionUrl = authorizePath_ + "/decision?request=" + urlEncode(id);
-    std::string page = "<!doctype html><html><head><meta charset=\"utf-8\"><title>" +
-                       htmlEscape(hooks_.providerTitle) + " sandbox: authorize</title></head><body>\n";
-    page += "<h1>" + htmlEscape(hooks_.providerTitle) + " sandbox</h1>\n";
-    page += "<p>The app <b id=\"client\">" + htmlEscape(pending.clientId) + "</b> asks for access";
-    if (!pending.scope.empty()) page += " (<span id=\"scope\">" + htmlEscape(pending.scope) + "</span>)";
-    page += ".</p>\n<p id=\"request\" data-request=\"" + htmlEscape(id) + "\">Sign in as:</p>\n<ul>\n";
-    for (const auto& account : module_.accounts()) {
-        page += "<li><a class=\"approve\" href=\"" +
-                htmlEscape(decisionUrl + "&approve=1&account=" + urlEncode(account.id)) + "\">" +
-                htmlEscape(account.displayName()) + " &lt;" + htmlEscape(account.email) + "&gt;</a></li>\n";
-    }
-    page += "</ul>\n<p><a class=\"deny\" href=\"" + htmlEscape(decisionUrl + "&approve=0") +
-            "\">Deny</a></p>\n</body></html>\n";
-    response.html(200, page);
+    response.html(200, signInPage(hooks_.providerTitle, module_.accounts(), pending.clientId, pending.scope, id,
+                                  decisionUrl));
 }
 
 void OAuthEndpoints::decision(Request& request, Response& response) {
-    // Parameters come in the query, or in a form body for POST.
-    std::map<std::string, std::string> params;
-    for (const auto& [k, v] : request.query) params[k] = v;
-    if (request.method == "POST" && request.mediaType() == "application/x-www-form-urlencoded") {
-        for (const auto& [k, v] : parseForm(request.body.view())) params[k] = v;
-    }
+    auto params = decisionParams(request);
     const auto pending = module_.tokens().authorizationRequest(params["request"]);
     if (!pending) return errorPage(response, 400, "unknown or already decided authorization request");
     const std::string approve = params["approve"];

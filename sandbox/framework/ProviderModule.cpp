@@ -16,7 +16,24 @@ void ProviderModule::faultResponse(const FaultSpec& fault, const Request&, Respo
     response.text(fault.status, message + "\n");
 }
 
+std::optional<std::string> ProviderModule::refuseFault(const std::string&, const FaultSpec& fault) const {
+    if (fault.status == 0 && !fault.error.empty()) return "the " + name_ + " emulator needs a status with error=";
+    return std::nullopt;
+}
+
+std::optional<std::string> ProviderModule::requestToken(const Request& request) const { return request.bearerToken(); }
+
 void ProviderModule::decorateResponse(const Request&, Response&) const {}
+
+void ProviderModule::adminChanged(Tree&, Node&, AdminChange) {}
+
+std::optional<std::string> ProviderModule::refuseAdminPath(const std::vector<std::string>&, bool) const {
+    return std::nullopt;
+}
+
+std::map<std::string, std::string> ProviderModule::accountDetails(const AccountInfo&, const std::string&) const {
+    return {};
+}
 
 bool ProviderModule::configure(const nlohmann::json& settings, std::string& error) {
     if (boundSettings_) return boundSettings_->configure(settings, error);
@@ -69,8 +86,8 @@ std::optional<AccountInfo> ProviderModule::findAccount(const std::string& idOrEm
     return std::nullopt;
 }
 
-AccountInfo ProviderModule::addAccount(AccountInfo account, const std::string& scope) {
-    const IssuedTokens seeded = tokens_.issue(account.id, scope, true);
+AccountInfo ProviderModule::addAccount(AccountInfo account, const std::string& scope, bool withRefreshToken) {
+    const IssuedTokens seeded = tokens_.issue(account.id, scope, withRefreshToken);
     account.seededAccessToken = seeded.accessToken;
     account.seededRefreshToken = seeded.refreshToken;
     {

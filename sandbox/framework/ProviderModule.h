@@ -79,10 +79,33 @@ public:
     // The provider's own answer for an injected status (its error JSON, Retry-After, ...).
     // `fault.body`, when given, has already been handled by the framework.
     virtual void faultResponse(const FaultSpec& fault, const Request& request, Response& response) const;
+    // Why a fault cannot be injected on `route` of this provider, or nothing when it can.
+    // By default a fault that names an error must also give a status; a provider that words
+    // errors without one (Evernote's EDAM exceptions in 200 answers) says so here, and its
+    // faultResponse() then sets the status.
+    virtual std::optional<std::string> refuseFault(const std::string& route, const FaultSpec& fault) const;
+    // The access token a request carries, for the expire-token fault: the bearer token by
+    // default (Evernote's is the first argument of the Thrift call).
+    virtual std::optional<std::string> requestToken(const Request& request) const;
+    // Whether an expired access token is refreshed by the client (OAuth 2) or ends the
+    // sign-in (Evernote's year-long tokens); random faults expire only the former.
+    virtual bool accessTokensRefresh() const { return true; }
     // Headers every answer of this provider carries (request ids, ...).
     virtual void decorateResponse(const Request& request, Response& response) const;
     // The provider's metadata JSON for a stored node, as its API would show it.
     virtual nlohmann::json renderNode(Tree& tree, const Node& node) const = 0;
+    // What the admin API's writes did, for a provider whose items are more than folders and
+    // files (Evernote's notebooks and notes): called under the store lock right after the
+    // framework made or changed `node`, or right before it removes it.
+    enum class AdminChange { folderMade, fileMade, fileChanged, removing };
+    virtual void adminChanged(Tree& tree, Node& node, AdminChange change);
+    // Why the admin API may not put a folder or file at `parts` (Evernote: notebooks hold
+    // notes, nothing deeper), or nothing when it may.
+    virtual std::optional<std::string> refuseAdminPath(const std::vector<std::string>& parts, bool folder) const;
+    // Fields the ready line and /admin/<p>/accounts add to an account (Evernote's
+    // note_store_url).
+    virtual std::map<std::string, std::string> accountDetails(const AccountInfo& account,
+                                                              const std::string& baseUrl) const;
     // Provider-specific settings; configure() changes only the keys given. The settings a
     // module binds (bindSettings) are served without overriding these.
     virtual bool configure(const nlohmann::json& settings, std::string& error);
@@ -101,8 +124,9 @@ public:
     std::optional<AccountInfo> findAccount(const std::string& idOrEmail) const;
 
 protected:
-    // Seeds an account with a fresh access and refresh token.
-    AccountInfo addAccount(AccountInfo account, const std::string& scope);
+    // Seeds an account with a fresh access token, and a refresh token unless the provider
+    // has none (Evernote).
+    AccountInfo addAccount(AccountInfo account, const std::string& scope, bool withRefreshToken = true);
     // Serves `settings` (guarded by the store lock) as the provider's settings under the
     // keys `fields` name; `title` names the provider in errors ("unknown Dropbox setting").
     template <class S>

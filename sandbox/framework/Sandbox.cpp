@@ -120,7 +120,7 @@ std::vector<SandboxAccount> Sandbox::accounts(const std::string& provider) const
         if (!provider.empty() && m->name() != provider) continue;
         for (const auto& a : m->accounts()) {
             out.push_back(SandboxAccount{m->name(), a.id, a.email, a.displayName(), a.seededAccessToken,
-                                         a.seededRefreshToken});
+                                         a.seededRefreshToken, m->accountDetails(a, baseUrl())});
         }
     }
     return out;
@@ -136,12 +136,14 @@ Json Sandbox::describe() const {
     for (const auto& m : impl_->modules) providers[m->name()] = m->endpoints(baseUrl());
     Json accountList = Json::array();
     for (const auto& a : accounts()) {
-        accountList.push_back({{"provider", a.provider},
-                               {"user_id", a.userId},
-                               {"email", a.email},
-                               {"display_name", a.displayName},
-                               {"access_token", a.accessToken},
-                               {"refresh_token", a.refreshToken}});
+        Json entry = {{"provider", a.provider},
+                      {"user_id", a.userId},
+                      {"email", a.email},
+                      {"display_name", a.displayName},
+                      {"access_token", a.accessToken},
+                      {"refresh_token", a.refreshToken}};
+        for (const auto& [name, value] : a.details) entry[name] = value;
+        accountList.push_back(entry);
     }
     Json out = {{"sandbox", "vxcloud-sandbox"},
                 {"base", baseUrl()},
@@ -172,6 +174,17 @@ bool Sandbox::enqueueFault(const std::string& route, const FaultSpec& fault, int
                                            impl_->module(route.substr(0, route.size() - 2)));
     if (!wildcard && std::find(known.begin(), known.end(), route) == known.end()) {
         setError(error, "unknown route \"" + route + "\"");
+        return false;
+    }
+    // The provider decides whether it can word the fault (an error without a status, ...).
+    const ProviderModule* owner = impl_->module(route.substr(0, route.find('/')));
+    if (owner) {
+        if (const auto refused = owner->refuseFault(route, fault)) {
+            setError(error, *refused);
+            return false;
+        }
+    } else if (fault.status == 0 && !fault.error.empty()) {
+        setError(error, "a fault for every provider needs a status with error=");
         return false;
     }
     impl_->faults.enqueue(route, fault, times);
@@ -311,6 +324,11 @@ int Sandbox::expireAccessTokens(const std::string& provider, const std::string& 
 bool Sandbox::revokeRefreshToken(const std::string& provider, const std::string& refreshToken) {
     return onModule(*impl_, provider, nullptr,
                     [&](ProviderModule& m) { return m.tokens().revokeRefreshToken(refreshToken); });
+}
+
+bool Sandbox::revokeAccessToken(const std::string& provider, const std::string& accessToken) {
+    return onModule(*impl_, provider, nullptr,
+                    [&](ProviderModule& m) { return m.tokens().revokeAccessToken(accessToken); });
 }
 
 bool Sandbox::expireRefreshToken(const std::string& provider, const std::string& refreshToken) {

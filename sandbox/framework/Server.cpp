@@ -25,7 +25,9 @@ struct Route {
     ProviderModule* module = nullptr;
     std::string method;
     std::regex pattern;
-    std::string key;
+    std::string key;                 // the route's key, or for a keyed route the first of its keys
+    std::vector<std::string> keys;   // a keyed route: every key it may name
+    RouteKeyOf keyOf;                // a keyed route: names the key from the request
     Handler handler;
 };
 
@@ -51,6 +53,10 @@ public:
     void add(const std::string& method, const std::string& pattern, const std::string& key,
              Handler handler) override {
         server_.addRoute(module_, method, pattern, key, std::move(handler));
+    }
+    void addKeyed(const std::string& method, const std::string& pattern, std::vector<std::string> keys,
+                  RouteKeyOf keyOf, Handler handler) override {
+        server_.addKeyedRoute(module_, method, pattern, std::move(keys), std::move(keyOf), std::move(handler));
     }
 
 private:
@@ -93,47 +99,78 @@ struct Server::Impl {
         waitCondition.wait_for(lock, std::chrono::milliseconds(ms), [this] { return stopping.load(); });
     }
 
-    enum class BodyRead { complete, cut, failed };
+    enum class BodyRead { complete, cut, failed, dropped };
 
-    // Reads the request body into `request`, counting bytes; stops after `cutAt` bytes when
-    // that is not negative.
+    // Where a request's body is cut and how fast it is read: its fault's doing.
+    struct BodyLimits {
+        std::int64_t cutAt = -1;          // bytes kept before the connection is cut; < 0: never
+        std::int64_t bytesPerSecond = 0;  // > 0: a slow uplink
+    };
+    // Names a keyed route's key from the body so far (settling its fault, which may change
+    // the limits): nothing while it cannot tell; false when the fault drops the connection.
+    using Settle = std::function<std::optional<bool>(std::string_view soFar, bool complete)>;
+
+    // Reads the request body into `request`, counting bytes under `key` (which `settle` may
+    // still name), within `limits`.
     BodyRead readBody(const httplib::Request& raw, const httplib::ContentReader* reader, Request& request,
-                  std::int64_t cutAt, const std::string& key, const std::string& provider,
-                  std::int64_t bytesPerSecond = 0) {
+                      BodyLimits& limits, const std::string& key, const std::string& provider,
+                      const Settle& settle = nullptr) {
         std::int64_t received = 0;
         bool cut = false;
         bool ok = true;
+        bool settled = !settle;
+        bool dropped = false;
         const auto started = std::chrono::steady_clock::now();
+        // Lets `settle` name the key; false when the connection is to be dropped.
+        auto trySettle = [&](std::string& into, bool complete) {
+            if (settled) return true;
+            const auto verdict = settle(into, complete);
+            if (!verdict) return true;
+            settled = true;
+            if (!*verdict) {
+                dropped = true;
+                return false;
+            }
+            // A cut the fault asks for below what is already in.
+            if (limits.cutAt >= 0 && received >= limits.cutAt) {
+                into.resize(static_cast<std::size_t>(limits.cutAt));
+                received = limits.cutAt;
+                cut = true;
+            }
+            return true;
+        };
         auto take = [&](const char* data, std::size_t length, std::string& into) {
             std::size_t keep = length;
-            if (cutAt >= 0 && received + static_cast<std::int64_t>(length) >= cutAt) {
-                keep = static_cast<std::size_t>(cutAt - received);
+            if (limits.cutAt >= 0 && received + static_cast<std::int64_t>(length) >= limits.cutAt) {
+                keep = static_cast<std::size_t>(limits.cutAt - received);
                 cut = true;
             }
             into.append(data, keep);
             received += static_cast<std::int64_t>(keep);
+            if (!cut && !trySettle(into, false)) return false;
             // A slow uplink: what has arrived may not have taken less than the rate allows.
-            if (bytesPerSecond > 0) {
-                std::this_thread::sleep_until(started + std::chrono::microseconds(received * 1000000 / bytesPerSecond));
+            if (limits.bytesPerSecond > 0) {
+                std::this_thread::sleep_until(started +
+                                              std::chrono::microseconds(received * 1000000 / limits.bytesPerSecond));
             }
             return !cut;
         };
+        std::string body;
         if (reader && !requestHasBody(raw)) {
             // No Content-Length and not chunked: no body (curl -X POST sends such requests).
         } else if (!reader) {
-            std::string body;
             take(raw.body.data(), raw.body.size(), body);
-            request.body = ByteBuffer::adopt(std::move(body));
         } else {
-            std::string body;
             const auto declared = raw.get_header_value("Content-Length");
             if (!declared.empty() && declared.size() < 12) {
                 body.reserve(std::min<std::size_t>(std::stoull(declared), std::size_t{256} << 20));
             }
             ok = (*reader)([&](const char* data, std::size_t length) { return take(data, length, body); });
-            request.body = ByteBuffer::adopt(std::move(body));
         }
+        if (ok && !cut && !dropped) trySettle(body, true);
+        request.body = ByteBuffer::adopt(std::move(body));
         counters.received(key, provider, received);
+        if (dropped) return BodyRead::dropped;
         if (cut) return BodyRead::cut;
         return ok ? BodyRead::complete : BodyRead::failed;
     }
@@ -171,7 +208,8 @@ struct Server::Impl {
         } else {
             response.text(fault.status, "Injected failure\n");
         }
-        response.status = fault.status;
+        // A fault that names only an error leaves the status to the module (Evernote's 200).
+        if (fault.status) response.status = fault.status;
         if (fault.retryAfterSeconds >= 0) response.setHeader("Retry-After", std::to_string(fault.retryAfterSeconds));
         // Appended as written: some hosts send lower-case names a client must still read.
         for (const auto& [name, value] : fault.headers) response.headers.emplace_back(name, value);
@@ -198,64 +236,103 @@ struct Server::Impl {
         for (const auto& [name, value] : raw.params) request.query.emplace(name, value);
 
         const Route* route = match(request.method, raw.path, request.captures);
-        const std::string key = route ? route->key : "unmatched";
+        std::string key = route ? route->key : "unmatched";
         ProviderModule* module = route ? route->module : nullptr;
         const std::string provider = module ? module->name() : std::string();
         request.routeKey = key;
 
-        counters.begin(key, provider);
+        bool counted = false;
         int finalStatus = 0;
         struct End {
             Impl& self;
             const std::string& key;
             const std::string& provider;
             int& status;
-            ~End() { self.counters.end(key, provider, status); }
-        } end{*this, key, provider, finalStatus};
+            bool& counted;
+            ~End() {
+                if (counted) self.counters.end(key, provider, status);
+            }
+        } end{*this, key, provider, finalStatus, counted};
 
         Response response;
         std::optional<FaultSpec> fault;
-        if (module) {
-            if (raw.has_header(kFaultHeader)) {
-                std::string error;
-                fault = FaultSpec::parse(raw.get_header_value(kFaultHeader), &error);
-                if (!fault) {
-                    readBody(raw, reader, request, -1, key, provider);
-                    response.text(400, std::string("Bad ") + kFaultHeader + " header: " + error + "\n");
-                    finalStatus = response.status;
-                    return write(response, rawResponse, -1, key, provider);
-                }
-            } else {
-                fault = faults.take(key, provider);
-            }
-            if (fault) counters.faultHit(key, provider);
-        }
-
-        if (fault && fault->delayMs > 0) pause(fault->delayMs);
-        if (fault && fault->drop) {
-            dropConnection(addressOf(raw));
-            return;
-        }
+        std::string badFaultHeader;
+        BodyLimits limits;
+        std::int64_t cutResponseAt = -1;
         const bool hasBody = requestHasBody(raw);
-        std::int64_t cutRequestAt = -1, cutResponseAt = -1;
-        if (fault) {
-            if (fault->dropAfterBytes >= 0) (hasBody ? cutRequestAt : cutResponseAt) = fault->dropAfterBytes;
+        // Names the request's route, counts it and takes its fault: at once, or for a keyed
+        // route once its body names the key. False when the fault drops the connection.
+        auto settle = [&](const std::string& named) {
+            key = named;
+            request.routeKey = key;
+            counters.begin(key, provider);
+            counted = true;
+            if (module) {
+                if (raw.has_header(kFaultHeader)) {
+                    fault = FaultSpec::parse(raw.get_header_value(kFaultHeader), &badFaultHeader);
+                    if (fault) {
+                        if (auto refused = module->refuseFault(key, *fault)) {
+                            badFaultHeader = *refused;
+                            fault.reset();
+                        }
+                    }
+                } else {
+                    fault = faults.take(key, provider, module->accessTokensRefresh());
+                }
+                if (fault) counters.faultHit(key, provider);
+            }
+            if (!fault) return true;
+            if (fault->delayMs > 0) pause(fault->delayMs);
+            if (fault->drop) {
+                dropConnection(addressOf(raw));
+                return false;
+            }
+            if (fault->dropAfterBytes >= 0) (hasBody ? limits.cutAt : cutResponseAt) = fault->dropAfterBytes;
             if (fault->dropResponseAfterBytes >= 0) cutResponseAt = fault->dropResponseAfterBytes;
+            limits.bytesPerSecond = fault->readBytesPerSecond;
+            return true;
+        };
+
+        BodyRead read;
+        if (route && route->keyOf) {
+            read = readBody(raw, reader, request, limits, key, provider,
+                            [&](std::string_view soFar, bool complete) -> std::optional<bool> {
+                                auto named = route->keyOf(request, soFar, complete);
+                                if (!named && complete) named = route->key;
+                                if (!named) return std::nullopt;
+                                return settle(*named);
+                            });
+        } else {
+            if (!settle(key)) return;
+            read = readBody(raw, reader, request, limits, key, provider);
         }
-        switch (readBody(raw, reader, request, cutRequestAt, key, provider, fault ? fault->readBytesPerSecond : 0)) {
+        if (!counted) {
+            // The client went away before a keyed route could be named.
+            counters.begin(key, provider);
+            counted = true;
+        }
+        switch (read) {
             case BodyRead::complete: break;
             case BodyRead::cut: dropConnection(addressOf(raw)); return;
+            case BodyRead::dropped: return;
             case BodyRead::failed: return;  // the client went away mid-body: nothing is processed
+        }
+        if (!badFaultHeader.empty()) {
+            response.text(400, std::string("Bad ") + kFaultHeader + " header: " + badFaultHeader + "\n");
+            finalStatus = response.status;
+            return write(response, rawResponse, -1, key, provider);
         }
 
         if (!route) {
             response.text(404, "No sandbox route for " + request.method + " " + raw.path + "\n");
         } else {
             if (fault && fault->expireToken) {
-                if (const auto token = request.bearerToken()) module->tokens().expireAccessTokens({}, *token);
+                if (const auto token = module->requestToken(request)) module->tokens().expireAccessTokens({}, *token);
             }
             if (fault && fault->quotaFull) request.quotaFull = true;
-            if (fault && fault->status && !fault->processed) {
+            // A status, or for modules that take them an error alone, makes an injected answer.
+            const bool answers = fault && (fault->status || !fault->error.empty());
+            if (answers && !fault->processed) {
                 injected(*fault, module, request, response);
             } else {
                 try {
@@ -268,7 +345,7 @@ struct Server::Impl {
                     response.text(500, "Sandbox failure\n");
                 }
                 // The work is done, but the answer says otherwise.
-                if (fault && fault->status) {
+                if (answers) {
                     response = Response{};
                     injected(*fault, module, request, response);
                 }
@@ -286,7 +363,14 @@ Server::~Server() { stop(); }
 
 void Server::addRoute(ProviderModule* module, const std::string& method, const std::string& pattern,
                       const std::string& key, Handler handler) {
-    impl_->routes.push_back(Route{module, method, std::regex(pattern), key, std::move(handler)});
+    impl_->routes.push_back(Route{module, method, std::regex(pattern), key, {key}, nullptr, std::move(handler)});
+}
+
+void Server::addKeyedRoute(ProviderModule* module, const std::string& method, const std::string& pattern,
+                           std::vector<std::string> keys, RouteKeyOf keyOf, Handler handler) {
+    const std::string first = keys.empty() ? std::string("unmatched") : keys.front();
+    impl_->routes.push_back(
+        Route{module, method, std::regex(pattern), first, std::move(keys), std::move(keyOf), std::move(handler)});
 }
 
 std::unique_ptr<Router> Server::routerFor(ProviderModule* module) {
@@ -298,7 +382,9 @@ std::vector<std::string> Server::routeKeys(const std::string& provider) const {
     for (const auto& route : impl_->routes) {
         if (!route.module) continue;
         if (!provider.empty() && route.module->name() != provider) continue;
-        if (std::find(out.begin(), out.end(), route.key) == out.end()) out.push_back(route.key);
+        for (const auto& key : route.keys) {
+            if (std::find(out.begin(), out.end(), key) == out.end()) out.push_back(key);
+        }
     }
     return out;
 }

@@ -30,6 +30,9 @@ public:
     // Routes of `module` (null for the sandbox's own admin routes, which take no faults).
     void addRoute(ProviderModule* module, const std::string& method, const std::string& pattern,
                   const std::string& key, Handler handler);
+    // A route whose key `keyOf` names from the request (Router::addKeyed).
+    void addKeyedRoute(ProviderModule* module, const std::string& method, const std::string& pattern,
+                       std::vector<std::string> keys, RouteKeyOf keyOf, Handler handler);
     // A Router that registers into this server on behalf of `module`.
     std::unique_ptr<Router> routerFor(ProviderModule* module);
     std::vector<std::string> routeKeys(const std::string& provider) const;

@@ -77,6 +77,20 @@ SettingField<S> setting(std::string key, std::string S::*field, std::vector<std:
     return {key, assign, [field](const S& settings) { return nlohmann::json(settings.*field); }};
 }
 
+// Any text that is not empty (a secret, a name).
+template <class S>
+SettingField<S> setting(std::string key, std::string S::*field) {
+    auto assign = [=](S& settings, const nlohmann::json& value, std::string& error) {
+        if (!value.is_string() || value.get<std::string>().empty()) {
+            error = key + " must be a string that is not empty";
+            return false;
+        }
+        settings.*field = value.get<std::string>();
+        return true;
+    };
+    return {key, assign, [field](const S& settings) { return nlohmann::json(settings.*field); }};
+}
+
 // The settings of one module, seen without their type.
 class BoundSettings {
 public:
@@ -94,7 +108,9 @@ public:
     bool configure(const nlohmann::json& changes, std::string& error) override {
         S next = copy();
         for (const auto& [key, value] : changes.items()) {
-            const auto field = std::find_if(fields_.begin(), fields_.end(), [&](const auto& f) { return f.key == key; });
+            // clang before 16 cannot capture a structured binding: capture a plain reference.
+            const auto field = std::find_if(fields_.begin(), fields_.end(),
+                                            [&name = key](const auto& f) { return f.key == name; });
             if (field == fields_.end()) {
                 error = "unknown " + title_ + " setting \"" + key + "\"";
                 return false;

@@ -15,12 +15,16 @@ auto withTree(ProviderModule& module, const std::string& account, F&& f) {
     return f(tree);
 }
 
-Node* ensureFolders(Tree& tree, const std::vector<std::string>& parts, std::size_t count, std::string& error) {
+using Change = ProviderModule::AdminChange;
+
+Node* ensureFolders(ProviderModule& module, Tree& tree, const std::vector<std::string>& parts, std::size_t count,
+                    std::string& error) {
     Node* folder = &tree.root();
     for (std::size_t i = 0; i < count; ++i) {
         Node* next = tree.child(*folder, parts[i]);
         if (!next) {
             next = &tree.createFolder(*folder, parts[i]);
+            module.adminChanged(tree, *next, Change::folderMade);
         } else if (!next->isFolder) {
             error = "a file is in the way: " + tree.displayPath(*next);
             return nullptr;
@@ -38,14 +42,17 @@ nlohmann::json putFile(ProviderModule& module, const std::string& account, const
         if (!tree) return error = "unknown account \"" + account + "\"", nullptr;
         const auto parts = splitPath(path);
         if (parts.empty()) return error = "a file needs a path below the root", nullptr;
-        Node* parent = ensureFolders(*tree, parts, parts.size() - 1, error);
+        if (auto refused = module.refuseAdminPath(parts, false)) return error = *refused, nullptr;
+        Node* parent = ensureFolders(module, *tree, parts, parts.size() - 1, error);
         if (!parent) return nullptr;
         Node* existing = tree->child(*parent, parts.back());
         if (existing && existing->isFolder) return error = "a folder is at " + path, nullptr;
         if (existing) {
             tree->setContent(*existing, std::move(bytes));
+            module.adminChanged(*tree, *existing, Change::fileChanged);
         } else {
             existing = &tree->createFile(*parent, parts.back(), std::move(bytes));
+            module.adminChanged(*tree, *existing, Change::fileMade);
         }
         return module.renderNode(*tree, *existing);
     });
@@ -56,7 +63,8 @@ nlohmann::json putFolder(ProviderModule& module, const std::string& account, con
     return withTree(module, account, [&](Tree* tree) -> nlohmann::json {
         if (!tree) return error = "unknown account \"" + account + "\"", nullptr;
         const auto parts = splitPath(path);
-        Node* folder = ensureFolders(*tree, parts, parts.size(), error);
+        if (auto refused = module.refuseAdminPath(parts, true)) return error = *refused, nullptr;
+        Node* folder = ensureFolders(module, *tree, parts, parts.size(), error);
         return folder ? module.renderNode(*tree, *folder) : nullptr;
     });
 }
@@ -68,6 +76,7 @@ nlohmann::json changeFile(ProviderModule& module, const std::string& account, co
         Node* node = tree->resolve(path);
         if (!node || node->isFolder) return error = "no file at " + path, nullptr;
         tree->setContent(*node, std::move(bytes));
+        module.adminChanged(*tree, *node, Change::fileChanged);
         return module.renderNode(*tree, *node);
     });
 }
@@ -77,6 +86,7 @@ bool remove(ProviderModule& module, const std::string& account, const std::strin
         if (!tree) return error = "unknown account \"" + account + "\"", false;
         Node* node = tree->resolve(path);
         if (!node || node == &tree->root()) return error = "nothing to remove at " + path, false;
+        module.adminChanged(*tree, *node, Change::removing);
         tree->remove(*node);
         return true;
     });

@@ -194,6 +194,15 @@ std::string base64UrlEncode(std::string_view bytes, bool pad) {
     return out;
 }
 
+std::string base64Encode(std::string_view bytes) {
+    std::string out = base64UrlEncode(bytes, true);
+    for (char& c : out) {
+        if (c == '-') c = '+';
+        if (c == '_') c = '/';
+    }
+    return out;
+}
+
 std::string base64Decode(std::string_view text, bool* ok) {
     auto value = [](char c) -> int {
         if (c >= 'A' && c <= 'Z') return c - 'A';

@@ -20,6 +20,7 @@ std::string urlEncode(std::string_view text);
 std::map<std::string, std::string> parseForm(std::string_view body);
 
 std::string base64UrlEncode(std::string_view bytes, bool pad = false);
+std::string base64Encode(std::string_view bytes);  // the standard alphabet, padded
 std::string base64Decode(std::string_view text, bool* ok = nullptr);  // standard or url alphabet
 std::string hexEncode(std::string_view bytes);
 std::string htmlEscape(std::string_view text);

@@ -63,15 +63,21 @@ IssuedTokens TokenAuthority::issueLocked(const std::string& accountId, const std
         refresh_[out.refreshToken] = record;
         family = out.refreshToken;
     }
-    out.accessToken = policy_.accessPrefix + randomToken(64);
+    out.accessToken = format_ ? format_(accountId, clientId, now, now + policy_.accessLifetime)
+                              : policy_.accessPrefix + randomToken(64);
     access_[out.accessToken] = AccessRecord{accountId, scope, family, now + policy_.accessLifetime, false};
     return out;
 }
 
-IssuedTokens TokenAuthority::issue(const std::string& accountId, const std::string& scope,
-                                   bool withRefreshToken) {
+void TokenAuthority::setAccessTokenFormat(AccessTokenFormat format) {
     std::lock_guard lock(mutex_);
-    return issueLocked(accountId, scope, "", withRefreshToken, "");
+    format_ = std::move(format);
+}
+
+IssuedTokens TokenAuthority::issue(const std::string& accountId, const std::string& scope,
+                                   bool withRefreshToken, const std::string& clientId) {
+    std::lock_guard lock(mutex_);
+    return issueLocked(accountId, scope, clientId, withRefreshToken, "");
 }
 
 TokenAuthority::Check TokenAuthority::check(const std::string& accessToken) const {

@@ -3,6 +3,7 @@
 // PKCE, short-lived access tokens and refresh tokens. The HTTP side (authorize page, token
 // endpoint) is OAuthEndpoints; this class only keeps and checks the state. Thread-safe.
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -25,6 +26,13 @@ struct TokenPolicy {
     // refresh token answers that same pair (Box's answer to concurrent refreshes).
     bool replayUntilSuccessorUsed = false;
 };
+
+// How a provider spells its access tokens when they are not opaque (Evernote's carry the
+// shard, user, expiry and app): given the account, the client (app) id and the times in
+// seconds. Called with the authority's lock held: it must not call back into the authority.
+using AccessTokenFormat =
+    std::function<std::string(const std::string& accountId, const std::string& clientId, std::int64_t issuedAt,
+                              std::int64_t expiresAt)>;
 
 struct IssuedTokens {
     std::string accessToken;
@@ -64,8 +72,12 @@ public:
     TokenPolicy policy() const;
     void setAccessLifetime(std::int64_t seconds);
     void setReplayUntilSuccessorUsed(bool enabled);
+    // Access tokens from now on are spelled by `format` instead of prefix + random characters.
+    void setAccessTokenFormat(AccessTokenFormat format);
 
-    IssuedTokens issue(const std::string& accountId, const std::string& scope, bool withRefreshToken);
+    // `clientId`: the app the tokens are for, when the provider's tokens say it.
+    IssuedTokens issue(const std::string& accountId, const std::string& scope, bool withRefreshToken,
+                       const std::string& clientId = {});
 
     enum class Status { valid, expired, invalid };
     struct Check {
@@ -138,6 +150,7 @@ private:
     const Clock& clock_;
     mutable std::mutex mutex_;
     TokenPolicy policy_;
+    AccessTokenFormat format_;
     std::map<std::string, AccessRecord> access_;
     std::map<std::string, RefreshRecord> refresh_;
     std::map<std::string, CodeRecord> codes_;

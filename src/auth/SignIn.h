@@ -38,6 +38,7 @@ extern const SignIn kGoogleSignIn;
 extern const SignIn kOneDriveSignIn;
 extern const SignIn kOneNoteSignIn;
 extern const SignIn kBoxSignIn;
+extern const SignIn kEvernoteSignIn;
 // The endpoint naming Microsoft Graph's root for OneNote, whose base is the notes service.
 inline constexpr const char* kGraphRootEndpointKey = "graph";
 

@@ -4,6 +4,7 @@
 #include <nlohmann/json.hpp>
 
 #include "auth/AuthManagerState.h"
+#include "sessions/SettingsDocument.h"
 #include "vxcloud/engine/VXCloudSessionFactory.h"
 #include "vxcloud/model/VXCloudAccount.h"
 #include "vxcloud/model/VXCloudError.h"
@@ -113,9 +114,8 @@ void VXCloudAuthManager::downloadSettingsFile(
             }
             if (error) return finish({}, std::move(error));
             if (!file || !file->fileData) return finish({}, std::make_shared<VXCloudError>(ErrorCode::missingFolder));
-            const auto bytes = file->fileData->view();
-            Json settings = Json::parse(bytes.begin(), bytes.end(), nullptr, false);
-            if (!settings.is_object()) return finish({}, std::make_shared<VXCloudError>(ErrorCode::missingFolder));
+            JsonBox settings = sessions::readSettingsDocument(file->fileData->view());
+            if (!settings) return finish({}, std::make_shared<VXCloudError>(ErrorCode::missingFolder));
             finish(std::move(settings), nullptr);
         });
 }

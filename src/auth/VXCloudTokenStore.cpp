@@ -1,5 +1,6 @@
 #include "vxcloud/auth/VXCloudTokenStore.h"
 
+#include <limits>
 #include <nlohmann/json.hpp>
 
 #include "vxcloud/platform/Log.h"
@@ -20,11 +21,22 @@ std::optional<std::string> stringField(const json& object, const char* key) {
     return std::nullopt;
 }
 
+// A number of seconds; nothing for one no int64 holds (a float such as 1e300 included).
 std::optional<std::int64_t> integerField(const json& object, const char* key) {
     auto it = object.find(key);
     if (it == object.end()) return std::nullopt;
+    if (it->is_number_unsigned()) {
+        const auto value = it->get<std::uint64_t>();
+        if (value > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max())) return std::nullopt;
+        return static_cast<std::int64_t>(value);
+    }
     if (it->is_number_integer()) return it->get<std::int64_t>();
-    if (it->is_number_float()) return static_cast<std::int64_t>(it->get<double>());
+    if (it->is_number_float()) {
+        const double value = it->get<double>();
+        // -2^63 <= value < 2^63: the doubles a cast to int64 is defined for.
+        if (!(value >= -0x1p63 && value < 0x1p63)) return std::nullopt;
+        return static_cast<std::int64_t>(value);
+    }
     // Some token endpoints send expires_in as text.
     if (it->is_string()) {
         try {
@@ -41,7 +53,12 @@ std::optional<std::int64_t> integerField(const json& object, const char* key) {
 }  // namespace
 
 bool VXCloudOAuthToken::expiresWithin(std::int64_t now, std::int64_t skewSeconds) const {
-    return expiresAt.has_value() && *expiresAt - skewSeconds <= now;
+    if (!expiresAt) return false;
+    // expiresAt - skew <= now, for any stored time: one so far back that the subtraction
+    // leaves the range has long expired (and, with a negative skew, one so far ahead has not).
+    std::int64_t deadline = 0;
+    if (__builtin_sub_overflow(*expiresAt, skewSeconds, &deadline)) return skewSeconds > 0;
+    return deadline <= now;
 }
 
 std::optional<VXCloudOAuthToken> VXCloudOAuthToken::fromTokenResponse(std::string_view body, std::int64_t now,
@@ -59,11 +76,14 @@ std::optional<VXCloudOAuthToken> VXCloudOAuthToken::fromTokenResponse(std::strin
         token.refreshToken = previous->refreshToken;
     }
     if (auto expiresIn = integerField(answer, "expires_in"); expiresIn && *expiresIn > 0) {
-        token.expiresAt = now + *expiresIn;
+        // A lifetime past the end of the clock is the end of the clock.
+        std::int64_t at = 0;
+        token.expiresAt = __builtin_add_overflow(now, *expiresIn, &at) ? std::numeric_limits<std::int64_t>::max() : at;
     }
     if (auto scope = stringField(answer, "scope")) token.scope = std::move(*scope);
     else if (previous) token.scope = previous->scope;
     if (auto type = stringField(answer, "token_type")) token.tokenType = std::move(*type);
+    if (previous) token.extra = previous->extra;
     return token;
 }
 
@@ -72,6 +92,7 @@ std::string VXCloudOAuthToken::toStoredText() const {
     if (!refreshToken.empty()) stored["refresh_token"] = refreshToken;
     if (expiresAt) stored["expires_at"] = *expiresAt;
     if (!scope.empty()) stored["scope"] = scope;
+    if (!extra.empty()) stored["extra"] = extra;
     return stored.dump();
 }
 
@@ -86,6 +107,11 @@ std::optional<VXCloudOAuthToken> VXCloudOAuthToken::fromStoredText(std::string_v
     token.expiresAt = integerField(stored, "expires_at");
     token.scope = stringField(stored, "scope").value_or("");
     token.tokenType = stringField(stored, "token_type").value_or("bearer");
+    if (const auto extra = stored.find("extra"); extra != stored.end() && extra->is_object()) {
+        for (const auto& [key, value] : extra->items()) {
+            if (value.is_string()) token.extra[key] = value.get<std::string>();
+        }
+    }
     return token;
 }
 

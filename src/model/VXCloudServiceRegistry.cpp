@@ -9,6 +9,7 @@
 #include "vxcloud/model/VXCloudConstants.h"
 #include "vxcloud/sessions/VXCloudBoxSession.h"
 #include "vxcloud/sessions/VXCloudDropboxSession.h"
+#include "vxcloud/sessions/VXCloudEvernoteSession.h"
 #include "vxcloud/sessions/VXCloudGoogleDriveSession.h"
 #include "vxcloud/sessions/VXCloudOneDriveSession.h"
 #include "vxcloud/sessions/VXCloudOneNoteSession.h"
@@ -41,6 +42,10 @@ constexpr Extra kOneNoteExtra[] = {
 // Box's token revocation, used when an account is signed out.
 constexpr Extra kBoxExtra[] = {
     {"revoke", "https://api.box.com/oauth2/revoke"},
+};
+
+constexpr Extra kEvernoteExtra[] = {
+    {"userstore", "https://www.evernote.com/edam/user"},
 };
 
 constexpr Field kGoogleCredentials[] = {
@@ -168,6 +173,12 @@ constinit const std::array<VXCloudServiceDescriptor, 7> kEntries = {{
         .keyPrefix = "VX_Evernote_",
         .iconName = "evernote",
         .displayName = "Evernote",
+        .makeSession = make<VXCloudEvernoteSession>,
+        // The service host: the OAuth 1.0a endpoints, and the UserStore; each user's NoteStore
+        // address comes with the token.
+        .endpoints = {"https://www.evernote.com", "", "https://www.evernote.com/OAuth.action",
+                      "https://www.evernote.com/oauth", kEvernoteExtra},
+        .signIn = &auth::kEvernoteSignIn,
         .credentialsSection = "evernote",
         .environmentName = "EVERNOTE",
         .credentials = kEvernoteCredentials,

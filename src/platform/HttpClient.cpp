@@ -1,4 +1,5 @@
 // Request attempts, retries and per-attempt logging over the libcurl transfer.
+#include <atomic>
 #include <mutex>
 #include <thread>
 
@@ -67,6 +68,13 @@ std::shared_ptr<HttpClient> HttpClient::shared() {
     return *client;
 }
 
+namespace {
+std::atomic<std::int64_t> performedCount{0};
+std::atomic<std::int64_t> repeatedCount{0};
+}  // namespace
+
+HttpClient::Counters HttpClient::counters() { return {performedCount.load(), repeatedCount.load()}; }
+
 HttpClient::HttpClient() : state_(std::make_shared<State>()) {}
 
 HttpClient::~HttpClient() = default;
@@ -80,7 +88,9 @@ void HttpClient::setRequestLogger(RequestLogger logger) {
 HttpResponse HttpClient::perform(const HttpRequest& request, const RetryPolicy& policy) {
     // Keeps the connection caches alive for this call even if the client goes away.
     const std::shared_ptr<State> state = state_;
+    performedCount.fetch_add(1, std::memory_order_relaxed);
     for (int attempt = 1;; ++attempt) {
+        if (attempt > 1) repeatedCount.fetch_add(1, std::memory_order_relaxed);
         curl::TransferResult result = curl::transfer(state->share, request);
         result.response.attempts = attempt;
         reportAttempt(*state, request, result.response);

@@ -7,6 +7,7 @@
 
 #include "sessions/BoxSession.h"
 #include "sessions/SessionSupport.h"
+#include "sessions/SettingsDocument.h"
 #include "vxcloud/auth/VXCloudTokenStore.h"
 #include "vxcloud/engine/VXCloudUtils.h"
 #include "vxcloud/model/VXCloudAccount.h"
@@ -113,14 +114,10 @@ void BoxSession::downloadSettingsFileWithCompletionHandler(
         auto record = found.copy;
         record->fileData = bytes.value();
 
-        const std::string_view text = bytes.value().view();
-        const auto settings = nlohmann::json::parse(text.begin(), text.end(), nullptr, false);
-        const auto folderIdValue = settings.is_object() ? settings.find(VXCloudFile::kUploadFolderIdKey) : settings.end();
-        if (!settings.is_object() || folderIdValue == settings.end() || !folderIdValue->is_string()) {
-            return finish(record, makeError(ErrorCode::missingFolder));
-        }
+        const auto folderId = settingsString(bytes.value().view(), VXCloudFile::kUploadFolderIdKey);
+        if (!folderId) return finish(record, makeError(ErrorCode::missingFolder));
         // The caller reads the folder from the record's data; here only its presence counts.
-        const bool present = client_->getFolder(folderIdValue->get<std::string>()).ok();
+        const bool present = client_->getFolder(*folderId).ok();
         finish(record, present ? nullptr : makeError(ErrorCode::missingFolder));
     });
 }

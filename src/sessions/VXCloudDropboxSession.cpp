@@ -9,6 +9,7 @@
 #include <set>
 
 #include "sessions/DropboxSession.h"
+#include "sessions/SettingsDocument.h"
 #include "vxcloud/auth/VXCloudTokenStore.h"
 #include "vxcloud/engine/VXCloudUtils.h"
 #include "vxcloud/model/VXCloudAccount.h"
@@ -156,14 +157,10 @@ void DropboxSession::downloadSettingsFileWithCompletionHandler(
         if (!record) return finish(nullptr, makeError(ErrorCode::missingFolder));
         record->fileData = downloaded.value().data;
 
-        const auto& data = downloaded.value().data;
-        const auto settings = nlohmann::json::parse(data.view().begin(), data.view().end(), nullptr, false);
-        if (!settings.is_object()) return finish(nullptr, makeError(ErrorCode::missingFolder));
-        auto folderPath = settings.find(VXCloudFile::kUploadFolderPathKey);
-        if (folderPath == settings.end() || !folderPath->is_string()) {
-            return finish(nullptr, makeError(ErrorCode::missingFolder));
-        }
-        const std::string path = folderPath->get<std::string>();
+        const auto folderPath =
+            sessions::settingsString(downloaded.value().data.view(), VXCloudFile::kUploadFolderPathKey);
+        if (!folderPath) return finish(nullptr, makeError(ErrorCode::missingFolder));
+        const std::string& path = *folderPath;
         // The top folder always exists, and Dropbox has no metadata for it to ask about.
         if (path.empty() || path == "/") return finish(record, nullptr);
         const bool exists = client_->getMetadata(path).ok();

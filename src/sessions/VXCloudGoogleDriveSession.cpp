@@ -7,6 +7,7 @@
 
 #include "sessions/GoogleDriveSession.h"
 #include "sessions/SessionSupport.h"
+#include "sessions/SettingsDocument.h"
 #include "vxcloud/auth/VXCloudTokenStore.h"
 #include "vxcloud/engine/VXCloudUtils.h"
 #include "vxcloud/model/VXCloudAccount.h"
@@ -187,14 +188,10 @@ void GoogleDriveSession::downloadSettingsFileWithCompletionHandler(
         if (!record) return finish(nullptr, makeError(ErrorCode::missingFolder));
         record->fileData = bytes.value();
 
-        const std::string_view text = bytes.value().view();
-        const auto settings = nlohmann::json::parse(text.begin(), text.end(), nullptr, false);
-        const auto folderIdValue = settings.is_object() ? settings.find(VXCloudFile::kUploadFolderIdKey) : settings.end();
-        if (!settings.is_object() || folderIdValue == settings.end() || !folderIdValue->is_string()) {
-            return finish(record, makeError(ErrorCode::missingFolder));
-        }
+        const auto folderId = settingsString(bytes.value().view(), VXCloudFile::kUploadFolderIdKey);
+        if (!folderId) return finish(record, makeError(ErrorCode::missingFolder));
         // The caller reads the folder from the record's data; here only its presence counts.
-        const auto folder = client_->getFile(folderIdValue->get<std::string>(), "trashed");
+        const auto folder = client_->getFile(*folderId, "trashed");
         const bool present = folder.ok() && !folder.value().trashed.value_or(false);
         finish(record, present ? nullptr : makeError(ErrorCode::missingFolder));
     });

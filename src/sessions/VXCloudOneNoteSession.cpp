@@ -9,6 +9,7 @@
 
 #include "platform/HtmlText.h"
 #include "providers/onenote/OneNoteClient.h"
+#include "providers/onenote/OneNoteWire.h"
 #include "sessions/SessionSupport.h"
 #include "vxcloud/auth/VXCloudTokenStore.h"
 #include "vxcloud/engine/VXCloudUtils.h"
@@ -26,32 +27,6 @@ namespace {
 constexpr const char* kCategory = "onenote";
 // Platform error code of removeAuthorization.
 constexpr long kAuthorizationNotRemoved = 3;
-
-// The name of a notebook or section: "name" on the older base, "displayName" on Graph.
-std::optional<std::string> nameOf(const json& entry) {
-    for (const char* key : {"name", "displayName"}) {
-        const auto value = entry.find(key);
-        if (value != entry.end() && value->is_string()) return value->get<std::string>();
-    }
-    return std::nullopt;
-}
-
-std::optional<std::string> stringOf(const json& entry, const char* key) {
-    const auto value = entry.find(key);
-    if (value == entry.end() || !value->is_string()) return std::nullopt;
-    return value->get<std::string>();
-}
-
-std::shared_ptr<VXCloudFile> folderRecord(const json& entry, bool notebook) {
-    if (!entry.is_object()) return nullptr;
-    auto name = nameOf(entry);
-    auto id = stringOf(entry, "id");
-    if (!name || !id) return nullptr;
-    auto folder = std::make_shared<VXCloudFile>(std::move(*name), true, false);
-    folder->id = std::move(id);
-    folder->isOneNoteNotebook = notebook;
-    return folder;
-}
 
 class OneNoteSession final : public VXCloudOneNoteSession {
 public:
@@ -100,15 +75,7 @@ public:
                 return report::foldersFailed(self(), makeError(answered ? ErrorCode::fileUpload : ErrorCode::connection));
             }
             // Only the first page; a body that cannot be read lists nothing.
-            VXCloudFileList folders;
-            const json body = json::parse(listed.value(), nullptr, false);
-            const auto value = body.is_object() ? body.find("value") : body.end();
-            if (value != body.end() && value->is_array()) {
-                for (const auto& entry : *value) {
-                    if (auto record = folderRecord(entry, notebooks)) folders.push_back(std::move(record));
-                }
-            }
-            report::folders(self(), folders, folder);
+            report::folders(self(), onenote::parseFolderList(listed.value(), notebooks), folder);
         });
     }
 
@@ -148,7 +115,7 @@ private:
         const json request = {{client_->legacyBase() ? "name" : "displayName", folder->name}};
         auto created = client_->postJson(path, request.dump(4));
         if (!created.ok()) return report::uploadFailed(self(), folder, makeError(ErrorCode::fileUpload));
-        auto record = folderRecord(json::parse(created.value(), nullptr, false), notebook);
+        auto record = onenote::parseCreatedFolder(created.value(), notebook);
         if (!record) return report::uploadFailed(self(), folder, makeError(ErrorCode::fileUpload));
         report::uploaded(self(), record);
     }
@@ -171,12 +138,10 @@ private:
         auto created = client_->postMultipart("sections/" + onenote::OneNoteClient::encodeSegment(*section->id) + "/pages",
                                               body);
         if (!created.ok()) return report::uploadFailed(self(), document, makeError(ErrorCode::fileUpload));
-        const json page = json::parse(created.value(), nullptr, false);
-        const auto title = page.is_object() ? stringOf(page, "title") : std::nullopt;
-        const auto id = page.is_object() ? stringOf(page, "id") : std::nullopt;
-        if (!title || !id) return report::uploadFailed(self(), document, makeError(ErrorCode::fileUpload));
-        auto record = std::make_shared<VXCloudFile>(*title, false, false);
-        record->id = id;
+        const auto page = onenote::parseCreatedPage(created.value());
+        if (!page) return report::uploadFailed(self(), document, makeError(ErrorCode::fileUpload));
+        auto record = std::make_shared<VXCloudFile>(page->title, false, false);
+        record->id = page->id;
         record->fileIdentifier = document->fileIdentifier;
         report::uploaded(self(), record);
     }

@@ -122,6 +122,7 @@ void AuthTest::configureEndpoints() {
     fx_.pointAt(VXCloudService::googleDrive);
     fx_.pointAt(VXCloudService::oneDrive);
     fx_.pointAt(VXCloudService::box);
+    fx_.pointAt(VXCloudService::evernote);
 }
 
 void AuthTest::setUpManager(const std::string& googleRedirect, const std::vector<std::string>& oneDriveScopes) {
@@ -129,7 +130,8 @@ void AuthTest::setUpManager(const std::string& googleRedirect, const std::vector
                     std::make_shared<VXCloudGoogleDriveInfo>(kGoogleClientId, googleRedirect,
                                                              std::vector<std::string>{}, kGoogleClientSecret),
                     std::make_shared<VXCloudOneDriveInfo>(kOneDriveApplicationId, oneDriveScopes),
-                    std::make_shared<VXCloudBoxInfo>(kBoxClientId, kBoxClientSecret));
+                    std::make_shared<VXCloudBoxInfo>(kBoxClientId, kBoxClientSecret),
+                    std::make_shared<VXCloudEvernoteInfo>(kEvernoteConsumerKey, kEvernoteConsumerSecret));
 }
 
 bool AuthTest::waitForResults(std::size_t count, std::chrono::milliseconds timeout) {

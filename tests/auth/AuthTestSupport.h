@@ -35,6 +35,9 @@ inline constexpr const char* kGoogleClientSecret = "sandbox-desktop-secret";
 inline constexpr const char* kOneDriveApplicationId = "sandbox-onedrive-app";
 inline constexpr const char* kBoxClientId = "sandbox-box-app";
 inline constexpr const char* kBoxClientSecret = "sandbox-box-secret";
+inline constexpr const char* kEvernoteConsumerKey = "sandbox-evernote-app";
+// The sandbox signs every consumer key's requests with this secret.
+inline constexpr const char* kEvernoteConsumerSecret = "vxcloud-sandbox-secret";
 
 // One auth notification as an observer on the main queue saw it.
 struct PostedResult {

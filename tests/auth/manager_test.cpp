@@ -67,7 +67,7 @@ TEST_F(AuthManager, SetupKeepsTheRecordsAndHandsTheCredentialsToTheServiceClient
 TEST_F(AuthManager, ServicesWithoutASignInPostAnErrorAndNeverOpenAPage) {
     auto browser = std::make_shared<SandboxBrowser>(Action::approve);
     for (VXCloudService service :
-         {VXCloudService::evernote, VXCloudService::webDAV}) {
+         {VXCloudService::webDAV}) {
         SCOPED_TRACE(accountType(service));
         EXPECT_FALSE(VXCloudAuthManager::offersSignIn(service)) << "a host would ask for credentials it cannot use";
         manager().authorize(browser, service);

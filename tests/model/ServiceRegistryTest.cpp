@@ -61,24 +61,12 @@ TEST(ServiceRegistry, EveryNameFindsItsOwnServiceWhateverTheCaseAndPunctuation) 
     for (const char* unknown : {"drive", "google drive 2", "-", "icloud"}) EXPECT_FALSE(serviceFromName(unknown)) << unknown;
 }
 
-TEST(ServiceRegistry, ServicesWithoutASessionOrSignInMakeNone) {
-    setCloudSessionFactoryOverride(nullptr);
-    for (VXCloudService service : {VXCloudService::evernote}) {
-        SCOPED_TRACE(accountType(service));
-        const VXCloudServiceDescriptor& entry = serviceDescriptor(service);
-        EXPECT_FALSE(entry.makeSession);
-        EXPECT_FALSE(entry.signIn);
-        EXPECT_FALSE(offersSignIn(service));
-        EXPECT_FALSE(VXCloudAuthManager::offersSignIn(service));
-        const auto account = std::make_shared<VXCloudAccount>("u1", "ada@example.com", service);
-        EXPECT_EQ(builtInCloudSession(account), nullptr);
-        EXPECT_EQ(initCloudSession(account), nullptr);
-        EXPECT_EQ(account->sessionForAccount(), nullptr);
-    }
+TEST(ServiceRegistry, EveryServiceWithASignInOffersItAndWebDAVUsesItsForm) {
     EXPECT_TRUE(offersSignIn(VXCloudService::dropbox));
     EXPECT_TRUE(offersSignIn(VXCloudService::googleDrive));
     EXPECT_TRUE(offersSignIn(VXCloudService::oneDrive));
     EXPECT_TRUE(offersSignIn(VXCloudService::box));
+    EXPECT_TRUE(offersSignIn(VXCloudService::evernote));
     EXPECT_FALSE(offersSignIn(VXCloudService::webDAV));
     EXPECT_EQ(serviceDescriptor(VXCloudService::webDAV).linking, VXCloudLinking::accountForm);
 }
@@ -88,8 +76,8 @@ TEST(ServiceRegistry, DefaultEndpointsComeFromTheEntries) {
     EXPECT_EQ(google.tokenUrl, "https://oauth2.googleapis.com/token");
     EXPECT_EQ(google.extra.at("userinfo"), "https://openidconnect.googleapis.com/v1/userinfo");
     EXPECT_EQ(google.extra.size(), serviceDescriptor(VXCloudService::googleDrive).endpoints.extra.size());
-    // Services not built yet have none, rather than another service's.
-    EXPECT_EQ(VXCloudServiceConfig::defaultEndpoints(VXCloudService::evernote), VXCloudServiceEndpoints{});
+    EXPECT_EQ(VXCloudServiceConfig::defaultEndpoints(VXCloudService::evernote).extra.at("userstore"),
+              "https://www.evernote.com/edam/user");
     EXPECT_EQ(VXCloudServiceConfig::defaultEndpoints(VXCloudService::box).extra.at("revoke"), "https://api.box.com/oauth2/revoke");
 }
 

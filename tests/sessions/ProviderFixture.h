@@ -71,6 +71,9 @@ public:
     virtual bool storesEveryUploadAsNew() const { return false; }
     // A folder that can hold folders (a OneNote notebook); by default any folder can.
     virtual std::shared_ptr<VXCloudFile> makeParentFolder(const std::string& name) { return makeFolder(name); }
+    // Whether folders are one flat level (Evernote's notebooks): listing any folder lists
+    // them all.
+    virtual bool foldersAreOneLevel() const { return false; }
     // Whether a folder that holds folders can also hold documents (not a OneNote notebook).
     virtual bool parentFoldersHoldDocuments() const { return true; }
 };

@@ -1,5 +1,6 @@
 #include "sessions/BoxFixture.h"
 #include "sessions/DropboxFixture.h"
+#include "sessions/EvernoteFixture.h"
 #include "sessions/GoogleDriveFixture.h"
 #include "sessions/OneDriveFixture.h"
 #include "sessions/OneNoteFixture.h"
@@ -14,6 +15,7 @@ std::vector<ProviderCase> contractProviders() {
         {"OneDrive", [] { return std::make_unique<OneDriveFixture>(); }},
         {"OneNote", [] { return std::make_unique<OneNoteFixture>(); }},
         {"Box", [] { return std::make_unique<BoxFixture>(); }},
+        {"Evernote", [] { return std::make_unique<EvernoteFixture>(); }},
     };
 }
 

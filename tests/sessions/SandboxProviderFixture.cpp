@@ -50,6 +50,7 @@ std::shared_ptr<VXCloudAccount> SandboxProviderFixture::linkAccount(const sandbo
     token.refreshToken = linked.refreshToken;
     token.expiresAt = nowSeconds() + 3600;
     token.scope = provider_.scope;
+    completeToken(token, linked);
     if (!VXCloudTokenStore::save(provider_.service, storageName(*account), token)) {
         error = "the token could not be stored";
         return nullptr;
@@ -74,7 +75,9 @@ std::size_t SandboxProviderFixture::documentsNamedFor(const std::string& name, c
     if (!state.is_object() || !state.contains("items")) return count;
     for (const Json& item : state["items"]) {
         const bool trashed = item.value("trashed", false);
-        if (item.value("name", "") == name && !trashed && item.value(".tag", "file") == "file") ++count;
+        // A note (Evernote) is named by its title.
+        const std::string itemName = item.contains("title") ? item.value("title", "") : item.value("name", "");
+        if (itemName == name && !trashed && item.value(".tag", "file") == "file") ++count;
     }
     return count;
 }

@@ -15,6 +15,7 @@
 #include "sessions/ProviderFixture.h"
 #include "sessions/SessionTestSupport.h"
 #include "support/SandboxFixture.h"
+#include "vxcloud/auth/VXCloudTokenStore.h"
 #include "vxcloud/model/VXCloudFileHasher.h"
 #include "vxcloud/platform/ByteBuffer.h"
 #include "vxcloud_sandbox/Sandbox.h"
@@ -61,6 +62,8 @@ protected:
 
     // The provider's own preparation, once the sandbox runs and before the account is linked.
     virtual bool prepare(std::string& /*error*/) { return true; }
+    // Adds what the service's client needs beside the token (Evernote's NoteStore address).
+    virtual void completeToken(VXCloudOAuthToken& /*token*/, const sandbox::SandboxAccount& /*account*/) {}
     // The app's secret, for services whose token endpoint wants one.
     virtual std::optional<std::string> clientSecret() const { return std::nullopt; }
     // Where the component looks for the account's tokens.

@@ -153,13 +153,8 @@ TEST_P(SettingsDocument, ChoosingAFolderThreeTimesLeavesOneSettingsDocumentNamin
         ASSERT_TRUE(change.has_value() && change->settingsWritten()) << name;
     }
 
-    const Json state = sandboxed->sandbox().listState(sandboxed->provider().name);
-    int documents = 0;
-    for (const auto& item : state.value("items", Json::array())) {
-        if (item.value("name", "") == VXCloudAccountActions::kSettingsFileName && !item.value("trashed", false))
-            ++documents;
-    }
-    EXPECT_EQ(documents, 1) << state.dump(1);
+    EXPECT_EQ(fixture_->documentsNamed(VXCloudAccountActions::kSettingsFileName), 1u)
+        << sandboxed->sandbox().listState(sandboxed->provider().name).dump(1);
     const Json settings = downloadedSettings();
     EXPECT_EQ(settings.value(VXCloudFile::kUploadFolderIdKey, ""), last[VXCloudFile::kUploadFolderIdKey]);
     EXPECT_EQ(settings.value(VXCloudFile::kUploadFolderPathKey, ""), last[VXCloudFile::kUploadFolderPathKey]);

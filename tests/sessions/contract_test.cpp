@@ -275,7 +275,11 @@ TEST_P(SessionContract, ListsTheSubfoldersOfAFolder) {
         EXPECT_TRUE(folder->isFolder);
         names.insert(folder->name);
     }
-    EXPECT_EQ(names, (std::set<std::string>{"Invoices", "Letters"}));
+    if (fixture_->foldersAreOneLevel()) {
+        EXPECT_TRUE(names.count("Invoices") && names.count("Letters")) << "every notebook is listed";
+    } else {
+        EXPECT_EQ(names, (std::set<std::string>{"Invoices", "Letters"}));
+    }
 
     auto top = outcomeOf(Operation::loadFolders, [&] { session_->loadFoldersInFolder(session_->rootFolder()); });
     if (!top) return;

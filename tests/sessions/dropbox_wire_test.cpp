@@ -2,6 +2,8 @@
 // argument encoding, reading Dropbox's JSON shapes, and the stored token record.
 #include <gtest/gtest.h>
 
+#include <limits>
+
 #include "../../src/providers/dropbox/DropboxWire.h"
 #include "sessions/SessionTestSupport.h"
 #include "support/IsolatedStores.h"
@@ -115,6 +117,29 @@ TEST(OAuthTokenRecord, TokenAnswersAndStoredForm) {
     VXCloudOAuthToken forever;
     forever.accessToken = "legacy";
     EXPECT_FALSE(forever.expiresWithin(1LL << 40, 300)) << "a token without expiry never expires";
+}
+
+// Found by fuzzing: times and lifetimes at the ends of the int64 clock, or beyond it.
+TEST(OAuthTokenRecord, LifetimesAtTheEndsOfTheClockAreReadWithoutOverflow) {
+    constexpr auto kMax = std::numeric_limits<std::int64_t>::max();
+    auto endless = VXCloudOAuthToken::fromTokenResponse(R"({"access_token": "a", "expires_in": 9223372036854775807})", 1000);
+    ASSERT_TRUE(endless);
+    EXPECT_EQ(endless->expiresAt, kMax);
+    EXPECT_FALSE(endless->expiresWithin(1000, 300));
+    // Numbers no int64 holds are no lifetime at all.
+    for (const char* answer : {R"({"access_token": "a", "expires_in": 1e300})",
+                               R"({"access_token": "a", "expires_in": 18446744073709551615})"}) {
+        auto token = VXCloudOAuthToken::fromTokenResponse(answer, 1000);
+        ASSERT_TRUE(token) << answer;
+        EXPECT_FALSE(token->expiresAt) << answer;
+    }
+    auto longAgo = VXCloudOAuthToken::fromStoredText(R"({"access_token": "a", "expires_at": -9223372036854775808})");
+    ASSERT_TRUE(longAgo);
+    EXPECT_TRUE(longAgo->expiresWithin(1000, 300));
+    EXPECT_FALSE(endless->expiresWithin(1000, -300)) << "a negative skew cannot wrap the end of the clock";
+    auto unreadable = VXCloudOAuthToken::fromStoredText(R"({"access_token": "a", "expires_at": -1e300})");
+    ASSERT_TRUE(unreadable);
+    EXPECT_FALSE(unreadable->expiresAt);
 }
 
 TEST(OAuthTokenStore, SavesPerServiceAndStorageName) {

@@ -1,12 +1,13 @@
 // End to end: the host's upload call through the task manager and the upload queue to a
-// Dropbox, a Google Drive, a OneDrive and a Box account on one sandbox, ending in the one
-// status notification.
+// Dropbox, a Google Drive, a OneDrive, a Box and an Evernote account on one sandbox, ending
+// in the one status notification.
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
 
 #include "sessions/BoxFixture.h"
 #include "sessions/DropboxFixture.h"
+#include "sessions/EvernoteFixture.h"
 #include "sessions/GoogleDriveFixture.h"
 #include "sessions/HostUpload.h"
 #include "sessions/OneDriveFixture.h"
@@ -26,28 +27,31 @@ protected:
         dropbox_.sandbox().putFolder("dropbox", "/Scans");
         ASSERT_TRUE(oneDrive_.setUpBeside(fx_, error)) << error;
         ASSERT_TRUE(box_.setUpBeside(fx_, error)) << error;
+        ASSERT_TRUE(evernote_.setUpBeside(fx_, error)) << error;
     }
 
     DropboxFixture dropbox_;
     OneDriveFixture oneDrive_;
     BoxFixture box_;
+    EvernoteFixture evernote_;
     HostUpload host_;
 };
 
-TEST_F(GoogleDriveThroughTheEngine, OnePdfToDropboxDriveOneDriveAndBoxEndsInOneNotificationWithASuccessEach) {
-    VXCloudAccountList accounts = {dropbox_.account(), fx_.account(), oneDrive_.account(), box_.account()};
+TEST_F(GoogleDriveThroughTheEngine, OnePdfToEveryServiceThatAnswersEndsInOneNotificationWithASuccessEach) {
+    VXCloudAccountList accounts = {dropbox_.account(), fx_.account(), oneDrive_.account(), box_.account(),
+                                   evernote_.account()};
 
     const std::string pdf = documentBytes(300 * 1024, 77);
     const Json pending = host_.start("scan.pdf", pdf, Json("document-7"), accounts);
     ASSERT_TRUE(pending.is_array());
-    EXPECT_EQ(pending.size(), 4u);
+    EXPECT_EQ(pending.size(), 5u);
 
     const Json info = host_.expectOneNotification();
     ASSERT_TRUE(info.contains("uploadStatus")) << info.dump();
     const Json& status = info["uploadStatus"];
     EXPECT_EQ(status["fileIdentifier"], "document-7");
     const Json& records = status["uploadStatusResponse"];
-    ASSERT_EQ(records.size(), 4u) << status.dump();
+    ASSERT_EQ(records.size(), 5u) << status.dump();
     const ByteBuffer bytes = ByteBuffer::copyOf(pdf);
     for (const Json& record : records) {
         EXPECT_EQ(record["status"], "successful") << record.dump();
@@ -60,6 +64,8 @@ TEST_F(GoogleDriveThroughTheEngine, OnePdfToDropboxDriveOneDriveAndBoxEndsInOneN
             EXPECT_EQ(record["version"], VXCloudFileHasher::quickXorHash(bytes));
         } else if (record["accountType"] == "box") {
             EXPECT_EQ(record["version"], VXCloudFileHasher::sha1Hash(bytes));
+        } else if (record["accountType"] == "evernote") {
+            EXPECT_EQ(record["version"], VXCloudFileHasher::md5Hash(bytes));
         } else {
             EXPECT_EQ(record["accountType"], "dropbox");
             EXPECT_EQ(record["version"], VXCloudFileHasher::dropboxHash(bytes).value_or(""));
@@ -71,6 +77,8 @@ TEST_F(GoogleDriveThroughTheEngine, OnePdfToDropboxDriveOneDriveAndBoxEndsInOneN
     EXPECT_TRUE(sameBytes(dropbox_.sandbox().fileContent("dropbox", "/Scans/scan.pdf"), pdf));
     EXPECT_TRUE(sameBytes(oneDrive_.sandbox().fileContent("onedrive", "/Scans/scan.pdf"), pdf));
     EXPECT_TRUE(sameBytes(box_.sandbox().fileContent("box", "/Scans/scan.pdf", box_.sandboxAccount().userId), pdf));
+    EXPECT_TRUE(sameBytes(evernote_.sandbox().fileContent("evernote", "/Scans/scan.pdf", evernote_.sandboxAccount().userId),
+                          pdf));
 }
 
 TEST_F(GoogleDriveThroughTheEngine, AScanIsStoredAsAPdfWhereTheServiceKeepsContentTypes) {

@@ -5,6 +5,7 @@
 // flow saves them; the provider clients read them and save refreshed ones. Nothing here
 // ever writes a token to a log.
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -22,6 +23,9 @@ struct VXCloudOAuthToken {
     std::optional<std::int64_t> expiresAt;  // seconds since the epoch; none: does not expire
     std::string scope;
     std::string tokenType = "bearer";
+    // What the service granted beside the token that its client needs (Evernote's NoteStore
+    // URL and shard).
+    std::map<std::string, std::string> extra;
 
     // Whether the access token is expired, or will be within `skewSeconds` of `now`.
     bool expiresWithin(std::int64_t now, std::int64_t skewSeconds) const;

@@ -136,6 +136,14 @@ public:
     HttpResponse perform(const HttpRequest& request,
                          const RetryPolicy& policy = RetryPolicy::none());
 
+    // Requests performed by every client of the process, and the attempts that repeated one
+    // (after a dropped connection, a 429, ...): for diagnostics and soak figures.
+    struct Counters {
+        std::int64_t performed = 0;
+        std::int64_t repeated = 0;
+    };
+    static Counters counters();
+
     // Called once per attempt with method, URL (tokens redacted) and status, for -v.
     using RequestLogger = std::function<void(const std::string& method,
                                              const std::string& redactedUrl, int status,

@@ -28,6 +28,7 @@ struct SandboxAccount {
     std::string displayName;
     std::string accessToken;
     std::string refreshToken;
+    std::map<std::string, std::string> details;  // the provider's own fields (Evernote: note_store_url)
 };
 
 // A fault to inject into one request of a route. Faults are queued per route, each is used
@@ -185,6 +186,9 @@ public:
     // A revoked refresh token (and every access token minted from it) stops working; an
     // expired one only refuses further refreshes. Both answer invalid_grant.
     bool revokeRefreshToken(const std::string& provider, const std::string& refreshToken);
+    // A revoked access token stops working at once (with its refresh token and the access
+    // tokens minted from that); for providers without refresh tokens (Evernote).
+    bool revokeAccessToken(const std::string& provider, const std::string& accessToken);
     bool expireRefreshToken(const std::string& provider, const std::string& refreshToken);
     // Authorization requests waiting for a decision (for tests driving the browser step).
     Json pendingAuthorizations(const std::string& provider) const;
