@@ -386,6 +386,9 @@ int PtySession::wait(std::chrono::milliseconds timeout) {
 
 namespace {
 
+// The line the pane's shell writes once vxcloud has ended: "[vxcloud ended: 0]".
+constexpr const char* kExitMark = "[vxcloud ended: ";
+
 std::string shellQuoted(const std::string& word) {
     std::string out = "'";
     for (const char c : word) out += c == '\'' ? std::string("'\\''") : std::string(1, c);
@@ -398,13 +401,15 @@ bool TmuxPane::available() { return runTool("tmux", {"-V"}).status == 0; }
 
 TmuxPane::TmuxPane(const CliHome& home, const std::vector<std::string>& args, int width, int height) {
     socket_ = dir_.file("tmux.sock");
-    // The pane runs vxcloud in the home's environment and stays once it has ended, so its
-    // last words and exit status can still be read.
-    std::string script = "exec env -i";
-    for (const auto& entry : home.environment()) script += " " + shellQuoted(entry);
-    script += " " + shellQuoted(std::filesystem::absolute(binaryDir() + "/vxcloud").string());
-    for (const auto& arg : args) script += " " + shellQuoted(arg);
-    writeFile(dir_.file("run.sh"), script + "\n");
+    // The pane's shell runs vxcloud in the home's environment and then writes how it ended on
+    // the terminal: once that line is on the screen, so is everything vxcloud wrote. (tmux's
+    // own record of a pane's exit status is not reliable for a program that ends at once.)
+    std::string command = "env -i";
+    for (const auto& entry : home.environment()) command += " " + shellQuoted(entry);
+    command += " " + shellQuoted(std::filesystem::absolute(binaryDir() + "/vxcloud").string());
+    for (const auto& arg : args) command += " " + shellQuoted(arg);
+    writeFile(dir_.file("run.sh"), command + "\nprintf '" + std::string(kExitMark) + "%d]\\n' $?\n");
+    // The pane stays once the shell has ended, so its last screen can be read.
     writeFile(dir_.file("tmux.conf"), "set-option -g remain-on-exit on\nset-option -g history-limit 10000\n");
     const RunResult started = tmux({"-f", dir_.file("tmux.conf"), "new-session", "-d", "-s", "vxcloud", "-x",
                                     std::to_string(width), "-y", std::to_string(height), "sh " + dir_.file("run.sh")});
@@ -453,10 +458,10 @@ void TmuxPane::sendLine(const std::string& line) const {
 }
 
 std::optional<int> TmuxPane::exitStatus() const {
-    // Known once tmux has read the pane to its end and reaped the program.
-    const RunResult dead = tmux({"display-message", "-p", "-t", "vxcloud", "#{pane_dead}:#{pane_dead_status}"});
-    if (dead.status != 0 || dead.out.rfind("1:", 0) != 0 || dead.out.size() < 4) return std::nullopt;
-    return std::atoi(dead.out.c_str() + 2);
+    const std::string screen = capture();
+    const auto mark = screen.rfind(kExitMark);
+    if (mark == std::string::npos) return std::nullopt;
+    return std::atoi(screen.c_str() + mark + std::strlen(kExitMark));
 }
 
 int TmuxPane::wait(std::chrono::milliseconds timeout) const {

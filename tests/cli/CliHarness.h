@@ -157,7 +157,7 @@ public:
     // Waits until the screen shows `text`; false on timeout.
     bool expect(const std::string& text, std::chrono::milliseconds timeout = 60s) const;
     void sendLine(const std::string& line) const;
-    // vxcloud's exit status once it has ended.
+    // vxcloud's exit status once it has ended (the screen then ends with a line saying so).
     std::optional<int> exitStatus() const;
     // Waits for it to end; its exit status, -1 on timeout.
     int wait(std::chrono::milliseconds timeout = 60s) const;
