@@ -485,6 +485,8 @@ void DocumentJobs::runRounds(DocumentOutcome& document, AccountList accounts, bo
                 const bool nothingSent = unchanged || foundElsewhere;
                 outcome.kind = nothingSent ? AccountOutcome::Kind::unchanged : AccountOutcome::Kind::done;
                 outcome.bytesSent = nothingSent ? 0 : board_->bytesReported(account->key());
+                // Evernote's session reports no progress: a document it says it sent went out whole.
+                if (!rename && known && sent->get<bool>()) outcome.bytesSent = std::max<std::int64_t>(outcome.bytesSent, size);
                 if (unchanged) {
                     outcome.note = "unchanged, nothing sent";
                 } else if (foundElsewhere) {
