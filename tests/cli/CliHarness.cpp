@@ -524,4 +524,13 @@ std::optional<DbRecord> recordOf(const std::vector<DbRecord>& rows, const std::s
     return std::nullopt;
 }
 
+std::string lineWith(const std::string& text, const std::string& part) {
+    const auto at = text.find(part);
+    if (at == std::string::npos) return {};
+    const auto start = text.rfind('\n', at);
+    const auto end = text.find('\n', at);
+    return text.substr(start == std::string::npos ? 0 : start + 1,
+                       end == std::string::npos ? std::string::npos : end - start - 1);
+}
+
 }  // namespace vxcloud::testing::cli

@@ -193,4 +193,9 @@ std::optional<DbRecord> recordOf(const std::vector<DbRecord>& rows, const std::s
 // A small valid PDF whose text carries `marker`.
 std::string pdfWith(const std::string& marker);
 
+inline bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+
+// The line of `text` holding `part`, or "".
+std::string lineWith(const std::string& text, const std::string& part);
+
 }  // namespace vxcloud::testing::cli

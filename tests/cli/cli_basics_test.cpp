@@ -9,8 +9,6 @@
 namespace vxcloud::testing::cli {
 namespace {
 
-bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
-
 TEST(CliHelp, EveryCommandExplainsItselfAndItsOptions) {
     CliHome home;
     const RunResult top = home.run({"--help"});

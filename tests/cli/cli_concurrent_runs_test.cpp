@@ -4,22 +4,20 @@
 
 #include <filesystem>
 
-#include "cli/CliHarness.h"
+#include "cli/CliSandboxTest.h"
 
 namespace vxcloud::testing::cli {
 namespace {
 
-class CliConcurrentRuns : public ::testing::Test {
+class CliConcurrentRuns : public CliSandboxTest {
 protected:
     void SetUp() override {
-        ASSERT_TRUE(sandbox_.ok()) << sandbox_.error();
-        home_.setEnv("VXCLOUD_SANDBOX", sandbox_.baseUrl());
-        const auto accounts = sandbox_.accounts("dropbox");
-        ASSERT_GE(accounts.size(), 2u);
-        ada_ = accounts[0]["email"].get<std::string>();
-        grace_ = accounts[1]["email"].get<std::string>();
-        const RunResult linked = home_.run({"link", "dropbox", "--as", ada_});
-        ASSERT_EQ(linked.status, 0) << linked.out << linked.err;
+        CliSandboxTest::SetUp();
+        if (HasFatalFailure()) return;
+        ada_ = seededEmail("dropbox", 0);
+        grace_ = seededEmail("dropbox", 1);
+        ASSERT_FALSE(grace_.empty());
+        link("dropbox", ada_);
     }
 
     json account(const std::string& email) {
@@ -28,8 +26,6 @@ protected:
         return json();
     }
 
-    SandboxProcess sandbox_;
-    CliHome home_;
     std::string ada_, grace_;
 };
 

@@ -10,8 +10,6 @@
 namespace vxcloud::testing::cli {
 namespace {
 
-bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
-
 // What the next run sees: it starts cleanly, reads every file whole and lists the accounts.
 void expectWholeFiles(const CliHome& home, const std::string& when) {
     SCOPED_TRACE(when);

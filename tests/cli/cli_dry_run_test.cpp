@@ -5,27 +5,16 @@
 
 #include <filesystem>
 
-#include "cli/CliHarness.h"
+#include "cli/CliSandboxTest.h"
 
 namespace vxcloud::testing::cli {
 namespace {
 
-bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
-
-std::string lineWith(const std::string& text, const std::string& part) {
-    const auto at = text.find(part);
-    if (at == std::string::npos) return {};
-    const auto start = text.rfind('\n', at);
-    const auto end = text.find('\n', at);
-    return text.substr(start == std::string::npos ? 0 : start + 1,
-                       end == std::string::npos ? std::string::npos : end - start - 1);
-}
-
-class CliDryRun : public ::testing::Test {
+class CliDryRun : public CliSandboxTest {
 protected:
     void SetUp() override {
-        ASSERT_TRUE(sandbox_.ok()) << sandbox_.error();
-        home_.setEnv("VXCLOUD_SANDBOX", sandbox_.baseUrl());
+        CliSandboxTest::SetUp();
+        if (HasFatalFailure()) return;
         for (const char* service : {"dropbox", "box"}) {
             for (const auto& seeded : sandbox_.accounts(service)) {
                 const std::string email = seeded["email"].get<std::string>();
@@ -46,8 +35,6 @@ protected:
         return all;
     }
 
-    SandboxProcess sandbox_;
-    CliHome home_;
     std::vector<std::string> labels_;
 };
 

@@ -5,30 +5,26 @@
 
 #include <filesystem>
 
-#include "cli/CliHarness.h"
+#include "cli/CliSandboxTest.h"
 #include "vxcloud/platform/Http.h"
 
 namespace vxcloud::testing::cli {
 namespace {
 
-bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
-
 std::string canonical(const std::string& path) { return std::filesystem::weakly_canonical(path).string(); }
 
-class CliFlow : public ::testing::Test {
+class CliFlow : public CliSandboxTest {
 protected:
     void SetUp() override {
-        ASSERT_TRUE(sandbox_.ok()) << sandbox_.error();
-        const auto accounts = sandbox_.accounts("dropbox");
-        ASSERT_FALSE(accounts.empty());
-        email_ = accounts.front()["email"].get<std::string>();
-        home_.setEnv("VXCLOUD_SANDBOX", sandbox_.baseUrl());
+        CliSandboxTest::SetUp();
+        if (HasFatalFailure()) return;
+        email_ = seededEmail("dropbox", 0);
+        ASSERT_FALSE(email_.empty());
     }
 
     // Links the first Dropbox account, gives it /Scans and turns automatic upload on.
     void linkWithFolder() {
-        const RunResult linked = home_.run({"link", "dropbox", "--as", email_});
-        ASSERT_EQ(linked.status, 0) << linked.out << linked.err;
+        link("dropbox", email_);
         const RunResult folder = home_.run({"folder", "1", "/Scans", "--create"});
         ASSERT_EQ(folder.status, 0) << folder.out << folder.err;
         const RunResult on = home_.run({"settings", "1", "--auto-upload", "on"});
@@ -50,8 +46,6 @@ protected:
         return r.out.substr(0, r.out.find(' '));
     }
 
-    SandboxProcess sandbox_;
-    CliHome home_;
     std::string email_;
 };
 

@@ -11,8 +11,6 @@
 namespace vxcloud::testing::cli {
 namespace {
 
-bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
-
 // The pages the sandbox holds for the account, by title, with their attachments' types.
 std::vector<json> pages(const SandboxProcess& sandbox, const std::string& account) {
     const json state = sandbox.admin("GET", "/onenote/state?account=" + HttpClient::urlEncode(account));

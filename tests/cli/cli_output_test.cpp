@@ -6,27 +6,16 @@
 
 #include <filesystem>
 
-#include "cli/CliHarness.h"
+#include "cli/CliSandboxTest.h"
 
 namespace vxcloud::testing::cli {
 namespace {
 
-bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
-
-// The line of `text` holding `part`, or "".
-std::string lineWith(const std::string& text, const std::string& part) {
-    const auto at = text.find(part);
-    if (at == std::string::npos) return {};
-    const auto start = text.rfind('\n', at);
-    const auto end = text.find('\n', at);
-    return text.substr(start == std::string::npos ? 0 : start + 1, end == std::string::npos ? std::string::npos : end - start - 1);
-}
-
-class CliOutput : public ::testing::Test {
+class CliOutput : public CliSandboxTest {
 protected:
     void SetUp() override {
-        ASSERT_TRUE(sandbox_.ok()) << sandbox_.error();
-        home_.setEnv("VXCLOUD_SANDBOX", sandbox_.baseUrl());
+        CliSandboxTest::SetUp();
+        if (HasFatalFailure()) return;
         for (const char* service : {"dropbox", "box"}) {
             for (const auto& seeded : sandbox_.accounts(service)) {
                 std::string error;
@@ -34,12 +23,10 @@ protected:
             }
         }
         ASSERT_EQ(home_.runJson({"accounts", "--json"})["accounts"].size(), 4u);
-        ada_ = sandbox_.accounts("dropbox")[0]["email"].get<std::string>();
-        grace_ = sandbox_.accounts("dropbox")[1]["email"].get<std::string>();
+        ada_ = seededEmail("dropbox", 0);
+        grace_ = seededEmail("dropbox", 1);
     }
 
-    SandboxProcess sandbox_;
-    CliHome home_;
     std::string ada_, grace_;
 };
 

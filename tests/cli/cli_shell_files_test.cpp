@@ -11,8 +11,6 @@
 namespace vxcloud::testing::cli {
 namespace {
 
-bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
-
 std::set<std::string> wordsOf(const std::string& text) {
     std::set<std::string> words;
     std::istringstream in(text);

@@ -8,8 +8,6 @@
 namespace vxcloud::testing::cli {
 namespace {
 
-bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
-
 // The keys of the linked OneDrive accounts.
 std::vector<std::string> oneDriveKeys(const CliHome& home) {
     std::vector<std::string> keys;

@@ -9,8 +9,6 @@
 namespace vxcloud::testing::cli {
 namespace {
 
-bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
-
 long long uploadsSeen(const SandboxProcess& sandbox) {
     return sandbox.requests("box/upload/new") + sandbox.requests("box/upload/version") +
            sandbox.requests("box/sessions/create");

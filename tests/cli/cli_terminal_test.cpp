@@ -4,25 +4,20 @@
 
 #include <filesystem>
 
-#include "cli/CliHarness.h"
+#include "cli/CliSandboxTest.h"
 
 namespace vxcloud::testing::cli {
 namespace {
 
-bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
-
-class CliTerminal : public ::testing::Test {
+class CliTerminal : public CliSandboxTest {
 protected:
     void SetUp() override {
-        ASSERT_TRUE(sandbox_.ok()) << sandbox_.error();
-        email_ = sandbox_.accounts("dropbox").front()["email"].get<std::string>();
-        home_.setEnv("VXCLOUD_SANDBOX", sandbox_.baseUrl());
-        const RunResult linked = home_.run({"link", "dropbox", "--as", email_});
-        ASSERT_EQ(linked.status, 0) << linked.out << linked.err;
+        CliSandboxTest::SetUp();
+        if (HasFatalFailure()) return;
+        email_ = seededEmail("dropbox", 0);
+        link("dropbox", email_);
     }
 
-    SandboxProcess sandbox_;
-    CliHome home_;
     std::string email_;
 };
 

@@ -6,28 +6,22 @@
 
 #include <filesystem>
 
-#include "cli/CliHarness.h"
+#include "cli/CliSandboxTest.h"
 
 namespace vxcloud::testing::cli {
 namespace {
 
-bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
-
-class CliUnlink : public ::testing::Test {
+class CliUnlink : public CliSandboxTest {
 protected:
     void SetUp() override {
-        ASSERT_TRUE(sandbox_.ok()) << sandbox_.error();
-        home_.setEnv("VXCLOUD_SANDBOX", sandbox_.baseUrl());
-        const auto accounts = sandbox_.accounts("dropbox");
-        ASSERT_GE(accounts.size(), 2u);
-        ada_ = accounts[0]["email"].get<std::string>();
-        grace_ = accounts[1]["email"].get<std::string>();
+        CliSandboxTest::SetUp();
+        if (HasFatalFailure()) return;
+        ada_ = seededEmail("dropbox", 0);
+        grace_ = seededEmail("dropbox", 1);
+        ASSERT_FALSE(grace_.empty());
     }
 
-    void link(const std::string& email) {
-        const RunResult linked = home_.run({"link", "dropbox", "--as", email});
-        ASSERT_EQ(linked.status, 0) << linked.out << linked.err;
-    }
+    void link(const std::string& email) { CliSandboxTest::link("dropbox", email); }
 
     // E-mail by number, as `vxcloud accounts --json` lists them.
     std::map<int, std::string> numbers() {
@@ -37,8 +31,6 @@ protected:
         return out;
     }
 
-    SandboxProcess sandbox_;
-    CliHome home_;
     std::string ada_, grace_;
 };
 
