@@ -108,6 +108,10 @@ protected:
         ASSERT_TRUE(oneDrive_.setUpBeside(fx_, error)) << error;
         ASSERT_TRUE(box_.setUpBeside(fx_, error)) << error;
         ASSERT_TRUE(evernote_.setUpBeside(fx_, error)) << error;
+        // A premium account's monthly allowance: the long run sends about 700 MB to each account,
+        // past a basic account's 60 MB, and a full allowance is the person's to solve, not a fault.
+        ASSERT_TRUE(fx_.sandbox().configure("evernote", {{"monthly_upload_limit", 10LL * 1024 * 1024 * 1024}}, &error))
+            << error;
         // Every seeded account of the providers that upload automatically; OneDrive and
         // Evernote allow one (OneNote never uploads automatically).
         for (SandboxProviderFixture* provider : std::initializer_list<SandboxProviderFixture*>{&fx_, &google_, &box_}) {
